@@ -1,0 +1,15 @@
+#include <exception>
+
+#include "launcher/launch_sequence.h"
+#include "launcher/process_end.h"
+#include "os/this_process.h"
+
+// Declared by hand: no Windows header is included outside of os/, and this platform has one calling convention only.
+extern "C" int wWinMain(void* instance, void* previousInstance, wchar_t* commandLine, int showCommand);
+
+extern "C" int wWinMain(void* instance, void* previousInstance, wchar_t* /*commandLine*/, int /*showCommand*/) {
+  // An exception that arrives here ends the process without a word: the state on disk is whole, and the next start
+  // decides anew.
+  std::set_terminate([] { launcher_stub::os::endThisProcessQuietly(); });
+  return launcher_stub::runToEnd([&] { return launcher_stub::run(instance, previousInstance); });
+}

@@ -1,0 +1,129 @@
+#include "os/directory.h"
+
+#include <windows.h>
+
+#include <memory>
+
+#include "os/link_target.h"
+#include "os/messages.h"
+#include "os/path.h"
+#include "os/text.h"
+
+namespace launcher_stub::os {
+namespace {
+
+// An entry as the directory itself holds it: of a link, not of what it leads to.
+struct ListedEntry {
+  std::wstring name;
+  DWORD attributes = 0;
+  std::uint64_t lastWriteTime = 0;
+};
+
+bool has(const ListedEntry& entry, DWORD attribute) {
+  return (entry.attributes & attribute) != 0;
+}
+
+std::uint64_t toHundredNanoseconds(const FILETIME& time) {
+  return (static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+}
+
+struct SearchClosed {
+  void operator()(void* search) const noexcept { FindClose(search); }
+};
+
+// Lists `path`. The error code tells why a list is not complete.
+DWORD readEntries(const std::wstring& path, std::vector<ListedEntry>& entries) {
+  WIN32_FIND_DATAW found{};
+  HANDLE raw =
+      FindFirstFileExW(joinPath(path, L"*").c_str(), FindExInfoBasic, &found, FindExSearchNameMatch, nullptr, 0);
+  if (raw == INVALID_HANDLE_VALUE) return GetLastError();
+  const std::unique_ptr<void, SearchClosed> search(raw);
+  do {
+    const std::wstring name = found.cFileName;
+    if (name == L"." || name == L"..") continue;
+    entries.push_back({name, found.dwFileAttributes, toHundredNanoseconds(found.ftLastWriteTime)});
+  } while (FindNextFileW(search.get(), &found));
+  const DWORD code = GetLastError();
+  return code == ERROR_NO_MORE_FILES ? ERROR_SUCCESS : code;
+}
+
+// Removes what is not a directory of its own: a file, or a link of either kind.
+DWORD removeLeaf(const std::wstring& path, const ListedEntry& entry) {
+  if (has(entry, FILE_ATTRIBUTE_DIRECTORY)) return removeEmptyDirectory(path);
+  return DeleteFileW(path.c_str()) ? ERROR_SUCCESS : GetLastError();
+}
+
+DWORD removeEntry(const std::wstring& path, const ListedEntry& entry) {
+  // The system refuses to delete what is read-only. Should this fail, the deletion fails too and gives the code.
+  // Not on a link: the attributes of what it leads to are not ours to change.
+  const bool isLink = has(entry, FILE_ATTRIBUTE_REPARSE_POINT);
+  if (!isLink && has(entry, FILE_ATTRIBUTE_READONLY)) {
+    (void)SetFileAttributesW(path.c_str(), entry.attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+  }
+  if (has(entry, FILE_ATTRIBUTE_DIRECTORY) && !isLink) return removeDirectoryTree(path);
+  return removeLeaf(path, entry);
+}
+
+bool isBlank(wchar_t character) {
+  return character == L'\r' || character == L'\n' || character == L' ';
+}
+
+}  // namespace
+
+std::vector<DirectoryEntry> listDirectory(const std::wstring& path) {
+  std::vector<ListedEntry> listed;
+  (void)readEntries(path, listed);  // as far as it goes
+  std::vector<DirectoryEntry> entries;
+  for (const ListedEntry& found : listed) {
+    DirectoryEntry entry{found.name, false, false, 0};
+    if (has(found, FILE_ATTRIBUTE_REPARSE_POINT)) {
+      LinkTarget target;  // stays empty where the link leads nowhere: no directory, no time
+      entry.timeKnown = followLink(joinPath(path, found.name), target) == ERROR_SUCCESS;
+      entry.isDirectory = target.isDirectory;
+      entry.lastWriteTime = target.lastWriteTime;
+    } else {
+      entry.isDirectory = has(found, FILE_ATTRIBUTE_DIRECTORY);
+      entry.timeKnown = true;
+      entry.lastWriteTime = found.lastWriteTime;
+    }
+    entries.push_back(std::move(entry));
+  }
+  return entries;
+}
+
+std::uint32_t removeEmptyDirectory(const std::wstring& path) {
+  return RemoveDirectoryW(path.c_str()) ? ERROR_SUCCESS : GetLastError();
+}
+
+std::uint32_t removeDirectoryTree(const std::wstring& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES) return GetLastError();
+  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return removeEmptyDirectory(path);
+
+  // The list is taken whole before anything goes: removing while listing may skip entries.
+  std::vector<ListedEntry> entries;
+  std::uint32_t firstFailure = readEntries(path, entries);
+  for (const ListedEntry& entry : entries) {
+    const DWORD code = removeEntry(joinPath(path, entry.name), entry);
+    if (firstFailure == ERROR_SUCCESS) firstFailure = code;
+  }
+  const std::uint32_t code = removeEmptyDirectory(path);
+  return firstFailure == ERROR_SUCCESS ? code : firstFailure;
+}
+
+std::string systemMessage(std::uint32_t code) {
+  struct Freed {
+    void operator()(wchar_t* text) const noexcept { LocalFree(text); }
+  };
+  // The system allocates the text: no buffer of ours could cut it. Its line breaks become spaces, for a line is one.
+  constexpr DWORD flags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS |
+                          FORMAT_MESSAGE_MAX_WIDTH_MASK;
+  wchar_t* raw = nullptr;
+  std::size_t length = FormatMessageW(flags, nullptr, code, 0, reinterpret_cast<wchar_t*>(&raw), 0, nullptr);
+  const std::unique_ptr<wchar_t, Freed> text(raw);
+  while (length > 0 && isBlank(text.get()[length - 1])) --length;
+  if (length == 0) return std::string(messages::codeWithoutText) + std::to_string(code);
+  return toUtf8({text.get(), length});
+}
+
+}  // namespace launcher_stub::os

@@ -1,0 +1,26 @@
+#include "os/random.h"
+
+#include <windows.h>
+
+#include <ntsecapi.h>
+
+#include <array>
+#include <cstdint>
+#include <stdexcept>
+
+namespace launcher_stub::os {
+
+std::string randomHexDigits() {
+  constexpr char digits[] = "0123456789abcdef";
+  std::array<std::uint8_t, 16> bytes{};
+  if (!RtlGenRandom(bytes.data(), static_cast<ULONG>(bytes.size()))) throw std::runtime_error("no randomness");
+
+  std::string text;
+  for (const std::uint8_t byte : bytes) {
+    text += digits[byte >> 4];
+    text += digits[byte & 15];
+  }
+  return text;
+}
+
+}  // namespace launcher_stub::os

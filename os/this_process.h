@@ -1,0 +1,18 @@
+// What the launcher asks of, and does to, its own process.
+#pragma once
+
+#include <string>
+
+namespace launcher_stub::os {
+
+// Puts this process into a kill-on-close job of its own, once, so that a child which is not yet in its job cannot
+// outlive a launcher that is killed. Best effort: silent where the system refuses.
+void containThisProcess();
+
+// The full path of this process's executable; empty when it cannot be had or may be cut off.
+std::wstring launcherExecutablePath();
+
+// Ends this process at once with exit code 3, without a word and without clean-up: the end of an uncaught exception.
+[[noreturn]] void endThisProcessQuietly() noexcept;
+
+}  // namespace launcher_stub::os

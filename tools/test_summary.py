@@ -1,0 +1,48 @@
+#!/usr/bin/env python3
+"""Counts the tests of one run, by layer and by platform, from the reports that the run left behind."""
+
+import collections
+import pathlib
+import sys
+import xml.etree.ElementTree as ElementTree
+
+
+def outcome(case):
+    if case.find("failure") is not None or case.find("error") is not None or case.get("status") == "fail":
+        return "failed"
+    if case.find("skipped") is not None or case.get("status") in ("notrun", "disabled"):
+        return "skipped"
+    return "passed"
+
+
+def read_reports(directory, counts):
+    platform = "Windows" if "windows" in str(directory) else "native"
+    for report in sorted(directory.glob("*.xml")):
+        layer = report.stem.split("_")[0]
+        for case in ElementTree.parse(report).getroot().iter("testcase"):
+            counts[layer, platform][outcome(case)] += 1
+    for report in directory.glob("*.junit"):
+        for case in ElementTree.parse(report).getroot().iter("testcase"):
+            name = case.get("name")
+            if name.startswith("end_to_end."):
+                counts["end_to_end", platform][outcome(case)] += 1
+
+
+def main():
+    counts = collections.defaultdict(collections.Counter)
+    for name in sys.argv[1:]:
+        read_reports(pathlib.Path(name), counts)
+    totals = collections.Counter()
+    print(f"\n{'layer':<12} {'platform':<9} {'passed':>7} {'failed':>7} {'skipped':>8}")
+    for (layer, platform), count in sorted(counts.items()):
+        totals.update(count)
+        print(f"{layer:<12} {platform:<9} {count['passed']:>7} {count['failed']:>7} {count['skipped']:>8}")
+    summary = f"{totals['passed']} passed, {totals['failed']} failed"
+    if totals["skipped"]:
+        summary += f", {totals['skipped']} skipped"
+    print(summary)
+    return 1 if totals["failed"] or not totals["passed"] else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
