@@ -151,7 +151,6 @@ bool startChild(ChildProcess& child, const ChildStart& start) {
   child.job = std::move(job);
   child.process = std::move(created.process);
   child.exited = false;
-  child.waitFailed = false;
   child.endDeadline = 0;
   return true;
 }

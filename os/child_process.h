@@ -14,7 +14,7 @@ constexpr std::uint32_t endTreePauseMs = 500;     // at most, between two looks 
 
 // The holder of the running child; owns both handles. Closing the job ends whatever still runs in it.
 struct ChildProcess {
-  bool waitFailed = false;        // a wait on the process or a query of the job failed; cleared by the next start only
+  bool waitFailed = false;        // a wait on the process or a query of the job failed; never cleared here
   bool exited = false;            // the exit has been observed; later polls report nothing
   std::uint64_t endDeadline = 0;  // monotonic ms until which the tree may take to end; 0 = not set
   OwnedHandle process;
