@@ -16,17 +16,13 @@ bool fail(JsonCursor& cursor, std::string_view message) {
   return false;
 }
 
-bool atEnd(const JsonCursor& cursor) {
-  return cursor.position == cursor.length;
-}
+bool atEnd(const JsonCursor& cursor) { return cursor.position == cursor.length; }
 
 std::string_view unread(const JsonCursor& cursor) {
   return {cursor.data + cursor.position, cursor.length - cursor.position};
 }
 
-bool nextIs(const JsonCursor& cursor, char byte) {
-  return !atEnd(cursor) && cursor.data[cursor.position] == byte;
-}
+bool nextIs(const JsonCursor& cursor, char byte) { return !atEnd(cursor) && cursor.data[cursor.position] == byte; }
 
 // Unlike expectByte, these two skip nothing.
 bool takeByte(JsonCursor& cursor, char byte) {
@@ -47,21 +43,13 @@ void skipWhitespace(JsonCursor& cursor) {
 
 // --- Strings ---
 
-bool isHighSurrogate(std::uint32_t code) {
-  return code >= 0xD800 && code <= 0xDBFF;
-}
+bool isHighSurrogate(std::uint32_t code) { return code >= 0xD800 && code <= 0xDBFF; }
 
-bool isLowSurrogate(std::uint32_t code) {
-  return code >= 0xDC00 && code <= 0xDFFF;
-}
+bool isLowSurrogate(std::uint32_t code) { return code >= 0xDC00 && code <= 0xDFFF; }
 
-char toByte(std::uint32_t code) {
-  return static_cast<char>(static_cast<unsigned char>(code));
-}
+char toByte(std::uint32_t code) { return static_cast<char>(static_cast<unsigned char>(code)); }
 
-char continuationByte(std::uint32_t bits) {
-  return toByte(0x80 | (bits & 0x3F));
-}
+char continuationByte(std::uint32_t bits) { return toByte(0x80 | (bits & 0x3F)); }
 
 void appendCodePoint(std::uint32_t code, std::string& bytes) {
   if (code < 0x80) {
@@ -147,9 +135,7 @@ std::optional<Utf8Form> utf8FormOf(unsigned char lead) {
   return std::nullopt;
 }
 
-bool isEncodable(std::uint32_t code) {
-  return code <= 0x10FFFF && !isHighSurrogate(code) && !isLowSurrogate(code);
-}
+bool isEncodable(std::uint32_t code) { return code <= 0x10FFFF && !isHighSurrogate(code) && !isLowSurrogate(code); }
 
 bool appendUtf8Sequence(JsonCursor& cursor, std::string& bytes) {
   const std::string_view input = unread(cursor);
@@ -205,13 +191,9 @@ bool skipDigits(JsonCursor& cursor) {
 }
 
 // A leading zero stands alone: digits behind it are left to the caller.
-bool skipInteger(JsonCursor& cursor) {
-  return takeByte(cursor, '0') || skipDigits(cursor);
-}
+bool skipInteger(JsonCursor& cursor) { return takeByte(cursor, '0') || skipDigits(cursor); }
 
-bool skipFraction(JsonCursor& cursor) {
-  return !takeByte(cursor, '.') || skipDigits(cursor);
-}
+bool skipFraction(JsonCursor& cursor) { return !takeByte(cursor, '.') || skipDigits(cursor); }
 
 bool skipExponent(JsonCursor& cursor) {
   if (!takeByte(cursor, 'e') && !takeByte(cursor, 'E')) return true;

@@ -6,9 +6,7 @@ namespace launcher_stub {
 namespace {
 
 // Written with a backslash. Everything else, from 0x20 up, is written raw: 0x7F, '/' and all of UTF-8.
-bool needsEscape(char byte) {
-  return byte == '"' || byte == '\\' || static_cast<unsigned char>(byte) < 0x20;
-}
+bool needsEscape(char byte) { return byte == '"' || byte == '\\' || static_cast<unsigned char>(byte) < 0x20; }
 
 void appendEscaped(char byte, std::string& out) {
   constexpr std::string_view hexDigits = "0123456789abcdef";
@@ -23,9 +21,7 @@ void appendEscaped(char byte, std::string& out) {
   out += hexDigits[code & 0xF];
 }
 
-void appendString(std::string_view bytes, std::string& out) {
-  appendJsonString(bytes.data(), bytes.size(), out);
-}
+void appendString(std::string_view bytes, std::string& out) { appendJsonString(bytes.data(), bytes.size(), out); }
 
 void appendArray(const JsonArray& elements, std::string& out) {
   out += '[';

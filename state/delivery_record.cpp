@@ -12,9 +12,7 @@ namespace {
 constexpr std::size_t deliveryIdBytes = 64;
 
 // A slot name of the greatest length has exactly this form.
-bool isDeliveryId(std::string_view text) {
-  return text.size() == deliveryIdBytes && isSlotName(text);
-}
+bool isDeliveryId(std::string_view text) { return text.size() == deliveryIdBytes && isSlotName(text); }
 
 }  // namespace
 

@@ -66,13 +66,9 @@ bool readOptionalString(const JsonObject& members, std::string_view key, std::op
   return readString(members, key, text.emplace(), error);
 }
 
-std::string invalidMember(std::string_view key) {
-  return std::string(messages::invalidPrefix).append(key);
-}
+std::string invalidMember(std::string_view key) { return std::string(messages::invalidPrefix).append(key); }
 
-JsonValue unsignedNumber(std::uint64_t number) {
-  return JsonValue(JsonNumber{std::to_string(number)});
-}
+JsonValue unsignedNumber(std::uint64_t number) { return JsonValue(JsonNumber{std::to_string(number)}); }
 
 JsonObject newDocument() {
   JsonObject members;

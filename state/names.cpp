@@ -23,9 +23,7 @@ bool isSlotName(std::string_view name) {
   return name.size() >= minSlotNameBytes && name.size() <= maxNameBytes && consistsOf(slotNameBytes, name);
 }
 
-bool isRunnableSlotName(std::string_view name) {
-  return name == seedSlotName || isSlotName(name);
-}
+bool isRunnableSlotName(std::string_view name) { return name == seedSlotName || isSlotName(name); }
 
 bool isToken(std::string_view text) {
   return text.size() >= minTokenBytes && text.size() <= maxNameBytes && consistsOf(tokenBytes, text);
