@@ -19,9 +19,7 @@ struct ListedEntry {
   std::uint64_t lastWriteTime = 0;
 };
 
-bool has(const ListedEntry& entry, DWORD attribute) {
-  return (entry.attributes & attribute) != 0;
-}
+bool has(const ListedEntry& entry, DWORD attribute) { return (entry.attributes & attribute) != 0; }
 
 std::uint64_t toHundredNanoseconds(const FILETIME& time) {
   return (static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
@@ -47,26 +45,17 @@ DWORD readEntries(const std::wstring& path, std::vector<ListedEntry>& entries) {
   return code == ERROR_NO_MORE_FILES ? ERROR_SUCCESS : code;
 }
 
-// Removes what is not a directory of its own: a file, or a link of either kind.
-DWORD removeLeaf(const std::wstring& path, const ListedEntry& entry) {
-  if (has(entry, FILE_ATTRIBUTE_DIRECTORY)) return removeEmptyDirectory(path);
+DWORD removeEntry(const std::wstring& path, const ListedEntry& entry) {
+  // The system refuses to delete what is read-only. On a link this changes the link itself. Should it fail, the
+  // deletion fails too and gives the code.
+  if (has(entry, FILE_ATTRIBUTE_READONLY)) {
+    (void)SetFileAttributesW(path.c_str(), entry.attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+  }
+  if (has(entry, FILE_ATTRIBUTE_DIRECTORY)) return removeDirectoryTree(path);
   return DeleteFileW(path.c_str()) ? ERROR_SUCCESS : GetLastError();
 }
 
-DWORD removeEntry(const std::wstring& path, const ListedEntry& entry) {
-  // The system refuses to delete what is read-only. Should this fail, the deletion fails too and gives the code.
-  // Not on a link: the attributes of what it leads to are not ours to change.
-  const bool isLink = has(entry, FILE_ATTRIBUTE_REPARSE_POINT);
-  if (!isLink && has(entry, FILE_ATTRIBUTE_READONLY)) {
-    (void)SetFileAttributesW(path.c_str(), entry.attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
-  }
-  if (has(entry, FILE_ATTRIBUTE_DIRECTORY) && !isLink) return removeDirectoryTree(path);
-  return removeLeaf(path, entry);
-}
-
-bool isBlank(wchar_t character) {
-  return character == L'\r' || character == L'\n' || character == L' ';
-}
+bool isBlank(wchar_t character) { return character == L'\r' || character == L'\n' || character == L' '; }
 
 }  // namespace
 
@@ -98,6 +87,7 @@ std::uint32_t removeEmptyDirectory(const std::wstring& path) {
 std::uint32_t removeDirectoryTree(const std::wstring& path) {
   const DWORD attributes = GetFileAttributesW(path.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) return GetLastError();
+  // A link goes by itself: what it leads to belongs to somebody else.
   if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return removeEmptyDirectory(path);
 
   // The list is taken whole before anything goes: removing while listing may skip entries.

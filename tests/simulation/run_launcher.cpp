@@ -1,0 +1,10 @@
+#include "launcher/launch_sequence.h"
+#include "tests/simulation/sim_os.h"
+
+namespace launcher_stub::sim {
+
+int SimOs::runLauncher() {
+  return runProcess([] { return run(nullptr, nullptr); });
+}
+
+}  // namespace launcher_stub::sim

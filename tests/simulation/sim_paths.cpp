@@ -1,0 +1,79 @@
+#include "tests/simulation/sim_paths.h"
+
+#include <cstdio>
+
+namespace launcher_stub::sim {
+namespace {
+
+bool isSeparator(wchar_t character) { return character == L'\\' || character == L'/'; }
+
+wchar_t folded(wchar_t character) {
+  if (character >= L'A' && character <= L'Z') return static_cast<wchar_t>(character - L'A' + L'a');
+  return character == L'/' ? L'\\' : character;
+}
+
+// `pattern` against the whole of `text`, both folded.
+bool wildcardMatch(std::wstring_view text, std::wstring_view pattern) {
+  if (pattern.empty()) return text.empty();
+  if (pattern.front() == L'*') {
+    for (std::size_t skipped = 0; skipped <= text.size(); ++skipped) {
+      if (wildcardMatch(text.substr(skipped), pattern.substr(1))) return true;
+      if (skipped < text.size() && text[skipped] == L'\\') return false;
+    }
+    return false;
+  }
+  return !text.empty() && text.front() == pattern.front() && wildcardMatch(text.substr(1), pattern.substr(1));
+}
+
+}  // namespace
+
+std::wstring pathKey(std::wstring_view path) {
+  std::wstring key;
+  key.reserve(path.size());
+  for (const wchar_t character : path) {
+    if (isSeparator(character) && !key.empty() && key.back() == L'\\') continue;
+    key += folded(character);
+  }
+  if (!key.empty() && key.back() == L'\\') key.pop_back();
+  return key;
+}
+
+std::wstring parentOf(std::wstring_view path) {
+  const std::size_t separator = path.find_last_of(L"\\/");
+  return separator == std::wstring_view::npos ? std::wstring() : std::wstring(path.substr(0, separator));
+}
+
+std::wstring lastElementOf(std::wstring_view path) {
+  const std::size_t separator = path.find_last_of(L"\\/");
+  return std::wstring(separator == std::wstring_view::npos ? path : path.substr(separator + 1));
+}
+
+bool pathMatches(std::wstring_view path, std::wstring_view pattern) {
+  if (pattern.empty()) return true;
+  const std::wstring wanted = pathKey(pattern);
+  std::wstring key = pathKey(path);
+  for (std::wstring_view rest = key;;) {
+    if (wildcardMatch(rest, wanted)) return true;
+    const std::size_t separator = rest.find(L'\\');
+    if (separator == std::wstring_view::npos) return false;
+    rest.remove_prefix(separator + 1);
+  }
+}
+
+std::string printable(std::wstring_view text) {
+  std::string out;
+  for (const wchar_t character : text) {
+    if (character >= 0x20 && character < 0x7F) {
+      out += static_cast<char>(character);
+    } else {
+      char escaped[16];
+      std::snprintf(escaped, sizeof escaped, "\\u{%x}", static_cast<unsigned>(character));
+      out += escaped;
+    }
+  }
+  return out;
+}
+
+std::wstring widen(std::string_view ascii) { return {ascii.begin(), ascii.end()}; }
+
+}  // namespace launcher_stub::sim
