@@ -30,7 +30,7 @@ bool isReservedEntry(std::wstring_view entry);
 std::wstring_view entryName(std::wstring_view entry);
 
 // `inherited` without reserved entries, then `added`, stably sorted by `comesBefore` on the names, as one block.
-std::wstring composeEnvironmentBlock(const std::vector<std::wstring>& inherited,
-                                     const std::vector<std::wstring>& added, const NameOrder& comesBefore);
+std::wstring composeEnvironmentBlock(const std::vector<std::wstring>& inherited, const std::vector<std::wstring>& added,
+                                     const NameOrder& comesBefore);
 
 }  // namespace launcher_stub::os

@@ -17,8 +17,6 @@ std::uint64_t monotonicMilliseconds() {
   return ticks / ticksPerSecond * 1000 + ticks % ticksPerSecond * 1000 / ticksPerSecond;
 }
 
-void sleepMilliseconds(std::uint32_t duration) {
-  Sleep(duration);
-}
+void sleepMilliseconds(std::uint32_t duration) { Sleep(duration); }
 
 }  // namespace launcher_stub::os

@@ -34,9 +34,7 @@ bool fillAndClose(OwnedHandle file, std::string_view contents) {
 }
 
 // Whoever holds the target open for a moment shows up as one of these two.
-bool mayPass(DWORD code) {
-  return code == ERROR_SHARING_VIOLATION || code == ERROR_ACCESS_DENIED;
-}
+bool mayPass(DWORD code) { return code == ERROR_SHARING_VIOLATION || code == ERROR_ACCESS_DENIED; }
 
 bool renameOver(const std::wstring& source, const std::wstring& target) {
   const std::uint64_t deadline = monotonicMilliseconds() + replaceWaitLimitMs;

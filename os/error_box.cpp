@@ -30,8 +30,6 @@ void waitForErrorBox(std::uint32_t timeout) {
   if (boxTask.valid()) (void)boxTask.wait_for(std::chrono::milliseconds(timeout));  // what comes next is the same
 }
 
-void resetErrorBoxForTests() {
-  boxTask = {};
-}
+void resetErrorBoxForTests() { boxTask = {}; }
 
 }  // namespace launcher_stub::os

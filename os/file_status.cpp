@@ -32,8 +32,6 @@ bool pathIsPresent(const std::wstring& path) {
   return status == PathStatus::directory || status == PathStatus::other;
 }
 
-bool pathIsMissing(const std::wstring& path) {
-  return pathStatus(path) == PathStatus::missing;
-}
+bool pathIsMissing(const std::wstring& path) { return pathStatus(path) == PathStatus::missing; }
 
 }  // namespace launcher_stub::os

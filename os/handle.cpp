@@ -10,8 +10,6 @@ void HandleCloser::operator()(void* handle) const noexcept {
   SetLastError(code);
 }
 
-OwnedHandle adoptHandle(void* raw) noexcept {
-  return OwnedHandle(raw == INVALID_HANDLE_VALUE ? nullptr : raw);
-}
+OwnedHandle adoptHandle(void* raw) noexcept { return OwnedHandle(raw == INVALID_HANDLE_VALUE ? nullptr : raw); }
 
 }  // namespace launcher_stub::os

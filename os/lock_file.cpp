@@ -24,8 +24,6 @@ bool openLockFile(LockFile& lock, const std::wstring& path, LockWait wait) {
   }
 }
 
-void closeLockFile(LockFile& lock) {
-  lock.handle.reset();
-}
+void closeLockFile(LockFile& lock) { lock.handle.reset(); }
 
 }  // namespace launcher_stub::os

@@ -3,13 +3,9 @@
 namespace launcher_stub::os {
 namespace {
 
-bool isSeparator(wchar_t character) {
-  return character == L'\\' || character == L'/';
-}
+bool isSeparator(wchar_t character) { return character == L'\\' || character == L'/'; }
 
-bool separatorAt(std::wstring_view path, std::size_t index) {
-  return index < path.size() && isSeparator(path[index]);
-}
+bool separatorAt(std::wstring_view path, std::size_t index) { return index < path.size() && isSeparator(path[index]); }
 
 bool startsWithDrive(std::wstring_view path) {
   if (path.size() < 2 || path[1] != L':') return false;

@@ -16,9 +16,7 @@ T* unconst(const void* pointer) {
   return static_cast<T*>(const_cast<void*>(pointer));
 }
 
-const ACL* asList(const SystemBytes& bytes) {
-  return reinterpret_cast<const ACL*>(bytes.data());
-}
+const ACL* asList(const SystemBytes& bytes) { return reinterpret_cast<const ACL*>(bytes.data()); }
 
 SystemBytes copySid(const void* sid) {
   const auto* first = static_cast<const std::uint8_t*>(sid);

@@ -7,9 +7,7 @@
 namespace launcher_stub::os {
 namespace {
 
-bool fitsOneCall(std::size_t length) {
-  return length > 0 && length <= INT_MAX;
-}
+bool fitsOneCall(std::size_t length) { return length > 0 && length <= INT_MAX; }
 
 std::string toNarrow(UINT codePage, DWORD flags, const char* replacement, std::wstring_view wide) {
   if (!fitsOneCall(wide.size())) return {};
@@ -35,9 +33,7 @@ std::wstring toWide(std::string_view utf8) {
   return wide;
 }
 
-std::string toUtf8(std::wstring_view wide) {
-  return toNarrow(CP_UTF8, WC_ERR_INVALID_CHARS, nullptr, wide);
-}
+std::string toUtf8(std::wstring_view wide) { return toNarrow(CP_UTF8, WC_ERR_INVALID_CHARS, nullptr, wide); }
 
 std::string toSystemCodePage(std::wstring_view wide) {
   // A system set to UTF-8 lacks no character, and refuses both the flag and the replacement.
