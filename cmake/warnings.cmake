@@ -5,4 +5,5 @@ target_compile_options(project_warnings INTERFACE
   -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wcast-qual -Wcast-align
   -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wundef -Wunused -Wimplicit-fallthrough
   -Wmissing-declarations
+  -Wno-missing-field-initializers  # a designated initialiser means the other fields to keep their defaults
   $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op>)

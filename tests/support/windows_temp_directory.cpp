@@ -37,6 +37,31 @@ std::wstring freshName(std::wstring_view namePart) {
          L"-" + std::to_wstring(GetTickCount64());
 }
 
+bool hasAttribute(const std::wstring& path, DWORD attribute) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & attribute) != 0;
+}
+
+// Wine cannot remove a link, and does not see it any more once what it leads to is gone: so they go first.
+void removeHostLinks(const std::wstring& path) {
+  if (hasAttribute(path, FILE_ATTRIBUTE_REPARSE_POINT)) {
+    runHostProgram(L"/bin/rm", {hostPath(path)});
+  } else if (hasAttribute(path, FILE_ATTRIBUTE_DIRECTORY)) {
+    for (const std::wstring& name : namesIn(path)) removeHostLinks(path + L"\\" + name);
+  }
+}
+
+void removeContents(const std::wstring& path) {
+  const bool isDirectory = hasAttribute(path, FILE_ATTRIBUTE_DIRECTORY);
+  if (!hasAttribute(path, FILE_ATTRIBUTE_REPARSE_POINT)) {
+    SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+    if (isDirectory) {
+      for (const std::wstring& name : namesIn(path)) removeContents(path + L"\\" + name);
+    }
+  }
+  if (!isDirectory || !RemoveDirectoryW(path.c_str())) DeleteFileW(path.c_str());
+}
+
 }  // namespace
 
 TempDirectory::TempDirectory(std::wstring_view namePart) {
@@ -111,20 +136,8 @@ std::vector<std::wstring> namesIn(const std::wstring& directory) {
 }
 
 void removeTree(const std::wstring& path) {
-  const DWORD attributes = GetFileAttributesW(path.c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES) return;
-  const bool isDirectory = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-  const bool isLink = (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-  if (isLink && runsUnderWine()) {
-    // Wine would remove what the link leads to, and leave the link.
-    runHostProgram(L"/bin/rm", {hostPath(path)});
-    return;
-  }
-  if (!isLink) SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
-  if (isDirectory && !isLink) {
-    for (const std::wstring& name : namesIn(path)) removeTree(path + L"\\" + name);
-  }
-  if (!isDirectory || !RemoveDirectoryW(path.c_str())) DeleteFileW(path.c_str());
+  if (runsUnderWine()) removeHostLinks(path);
+  removeContents(path);
 }
 
 bool runsUnderWine() { return toHostName() != nullptr; }
