@@ -25,7 +25,7 @@ Handle openOrFail(const std::wstring& path, DWORD access, DWORD sharing, DWORD f
 }  // namespace
 
 void figures(const std::string& text) {
-  std::printf("figures: %s\n", text.c_str());
+  std::printf("figures%s: %s\n", testing::Test::HasFailure() ? " of a failed test" : "", text.c_str());
   std::fflush(stdout);
   testing::Test::RecordProperty("figures", text);
 }

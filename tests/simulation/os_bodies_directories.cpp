@@ -149,7 +149,7 @@ std::string systemMessage(std::uint32_t code) {
     case win32::notADirectory:
       return "The directory name is invalid.";
     default:
-      return "Simulated text of error " + std::to_string(code) + ".";
+      return std::string(messages::codeWithoutText) + std::to_string(code);
   }
 }
 

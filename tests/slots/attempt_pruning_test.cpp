@@ -286,6 +286,7 @@ TEST(pruneAttempts, goesIntoADirectoryOnlyWhereItIsSaidNotToBeEmpty) {
   const Case cases[] = {
       {"not empty", 145, true, {}},
       {"no access", 5, false, {std::string(cannotPrune) + "Access is denied."}},
+      {"an error without a text", 3999999, false, {"cannot prune old attempt: Win32 error 3999999"}},
       {"in use",
        32,
        false,
