@@ -95,7 +95,9 @@ TEST(applyTransition, savesTheStateInForceWhenAnyWriteAsksForIt) {
         {c.first ? savingWriteOf(early) : writeOf(early), c.last ? savingWriteOf(newState()) : writeOf(newState())})));
 
     EXPECT_EQ(launch.sim.previousState().has_value(), c.saved);
-    if (c.saved) EXPECT_EQ(launch.sim.previousState(), oldState());
+    if (c.saved) {
+      EXPECT_EQ(launch.sim.previousState(), oldState());
+    }
     EXPECT_EQ(launch.sim.bootState(), newState());
   }
 }

@@ -68,7 +68,9 @@ TEST(isSlotComplete, followsTheRuleOfSlotNames) {
 
     EXPECT_EQ(isSlotComplete(sim.stateRoot(), c.name), c.valid);
 
-    if (!c.valid) EXPECT_EQ(sim.calls(), before) << "an invalid name touches no file";
+    if (!c.valid) {
+      EXPECT_EQ(sim.calls(), before) << "an invalid name touches no file";
+    }
   }
 }
 
