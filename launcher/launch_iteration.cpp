@@ -44,11 +44,15 @@ std::optional<BootState> readBootStateFile(const std::wstring& path) {
 }
 
 void readStoredState(const LaunchContext& context, StartInput& input) {
+  input.primary = readBootStateFile(os::joinPath(context.stateRoot, files::bootState));
+  if (!input.primary) input.backup = readBootStateFile(os::joinPath(context.stateRoot, files::previousBootState));
+}
+
+// What can still be said of a "boot-v1.json" that gave no state.
+void probeStoredFiles(const LaunchContext& context, StartInput& input) {
+  if (input.primary) return;
   const std::wstring primary = os::joinPath(context.stateRoot, files::bootState);
   const std::wstring backup = os::joinPath(context.stateRoot, files::previousBootState);
-  input.primary = readBootStateFile(primary);
-  if (input.primary) return;
-  input.backup = readBootStateFile(backup);
   input.generationFloor = probeGeneration(primary);
   input.firstRun = os::pathIsMissing(primary) && os::pathIsMissing(backup);
 }
@@ -89,6 +93,7 @@ StartInput gatherStartInput(LaunchContext& context, bool bootstrapUnderstood) {
   input.nextNonce = os::randomHexDigits();
   pruneAttempts(context.stateRoot, std::wstring(input.nextNonce.begin(), input.nextNonce.end()));
   findRunnableSlots(context, input);
+  probeStoredFiles(context, input);
   input.durations = {context.firstDuration, context.secondDuration};
   input.now = os::monotonicMilliseconds();
   return input;

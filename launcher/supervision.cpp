@@ -74,8 +74,8 @@ LauncherModel decideAfterEnd(const LaunchContext& context, std::uint64_t tickTim
 // The child has ended: ends what it left behind, and commits what follows. False: given up, the run ends.
 bool handleChildEnd(LaunchContext& context, std::uint64_t tickTime) {
   if (!os::endProcessTree(context.child)) reportOnce(context, messages::cannotEndTree);
-  const LauncherModel next = decideAfterEnd(context, tickTime);
   clearStartFlags(context);
+  const LauncherModel next = decideAfterEnd(context, tickTime);
   return commitWithRetry(context, next, nullptr, messages::exitTransition) && commitSpawnFailures(context);
 }
 

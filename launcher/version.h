@@ -1,4 +1,5 @@
-// The version of the product: the one place that names it. Plain macros, for the resource compiler reads them too.
+// The version of the product. The manifest repeats it; the check of the built file holds the two together. Plain
+// macros, for the resource compiler reads them too.
 #pragma once
 
 #define LAUNCHER_VERSION_NUMBERS 1, 0, 0, 0

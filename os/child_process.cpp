@@ -23,6 +23,8 @@ class HandleList {
   explicit HandleList(HANDLE inherited) : inherited_(inherited) {}
   HandleList(const HandleList&) = delete;
   HandleList& operator=(const HandleList&) = delete;
+  HandleList(HandleList&&) = delete;
+  HandleList& operator=(HandleList&&) = delete;
   ~HandleList() {
     if (initialised_) DeleteProcThreadAttributeList(get());
   }
@@ -103,14 +105,12 @@ bool createWithLease(const ChildStart& start, SuspendedProcess& created) {
   return false;
 }
 
-// The job in which the process now runs; null where any step failed.
-OwnedHandle resumeInJob(const SuspendedProcess& created) {
-  constexpr DWORD resumeFailed = static_cast<DWORD>(-1);
-  OwnedHandle job = createKillOnCloseJob();
-  if (job == nullptr) return nullptr;
-  if (!AssignProcessToJobObject(job.get(), created.process.get())) return nullptr;
-  if (ResumeThread(created.thread.get()) == resumeFailed) return nullptr;
-  return job;
+// Lets the process run inside a new job. `job` is filled as far as it got, also on failure.
+bool resumeInJob(const SuspendedProcess& created, OwnedHandle& job) {
+  constexpr auto resumeFailed = static_cast<DWORD>(-1);
+  job = createKillOnCloseJob();
+  return job != nullptr && AssignProcessToJobObject(job.get(), created.process.get()) &&
+         ResumeThread(created.thread.get()) != resumeFailed;
 }
 
 std::optional<DWORD> activeProcesses(HANDLE job) {
@@ -140,11 +140,12 @@ bool startChild(ChildProcess& child, const ChildStart& start) {
   SuspendedProcess created;
   if (!createWithLease(start, created)) return false;
 
-  OwnedHandle job = resumeInJob(created);
-  if (job == nullptr) {
-    (void)TerminateProcess(created.process.get(), 1);  // fails only where the closed job has ended it already
+  OwnedHandle job;
+  if (!resumeInJob(created, job)) {
+    (void)TerminateProcess(created.process.get(), 1);
     (void)WaitForSingleObject(created.process.get(), INFINITE);
     created = {};
+    job.reset();
     logLine(messages::cannotCreateChildJob);
     return false;
   }

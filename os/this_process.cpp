@@ -7,10 +7,6 @@
 namespace launcher_stub::os {
 
 void containThisProcess() {
-  static bool contained = false;
-  if (contained) return;
-  contained = true;
-
   OwnedHandle job = createKillOnCloseJob();
   if (job == nullptr || !AssignProcessToJobObject(job.get(), GetCurrentProcess())) return;
   // Left open for the life of the process: closing it would end this very process.

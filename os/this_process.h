@@ -5,7 +5,7 @@
 
 namespace launcher_stub::os {
 
-// Puts this process into a kill-on-close job of its own, once, so that a child which is not yet in its job cannot
+// Puts this process into a kill-on-close job of its own, so that a child which is not yet in its job cannot
 // outlive a launcher that is killed. Best effort: silent where the system refuses.
 void containThisProcess();
 

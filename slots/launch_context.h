@@ -41,9 +41,8 @@ struct LaunchContext {
   bool childExitClean = false;
 
   bool keepsPrevious = false;  // a valid state was read in this iteration: "boot-v1.previous.json" may be written
-  bool errorReported = false;  // the run's one report has been used
-
   std::uint64_t firstWriteFailureTime = 0;  // monotonic ms, start of the current run of failed writes; 0 = none
+  bool errorReported = false;               // the run's one report has been used
 };
 
 // Shows `message` (UTF-8) unless this run has already reported an error; then it leaves no trace at all.

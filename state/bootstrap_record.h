@@ -5,11 +5,13 @@
 #include <string>
 #include <string_view>
 
+#include "state/names.h"
+
 namespace launcher_stub {
 
 struct BootstrapRecord {
   std::string installId;                 // non-empty
-  std::string seedSlot = "seed";         // always "seed"
+  std::string seedSlot{seedSlotName};    // always "seed"
   std::optional<std::string> stateRoot;  // UTF-8; not checked here
 };
 

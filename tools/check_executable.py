@@ -27,6 +27,9 @@ def problems_of(headers, content):
     for part in (b'level="asInvoker"', b"<longPathAware", b"{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}"):
         if part not in content:
             yield f"its manifest lacks {part.decode()}"
+    version = re.search(rb'name="Plinket.Launcher" version="(\d+\.\d+\.\d+)\.0"', content)
+    if version is None or utf16(version[1].decode() + "\0") not in content:
+        yield "its manifest names another version than its version information, or none"
     for text in ("VS_VERSION_INFO", "ProductVersion", "FileDescription", "Plinket launcher"):
         if utf16(text) not in content:
             yield f"its version information lacks {text}"

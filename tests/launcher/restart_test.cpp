@@ -259,5 +259,17 @@ TEST(newIteration, endsWhatTheOldRuntimeLeftBehind) {
   EXPECT_EQ(sim.livingProcesses(), 0);
 }
 
+TEST(newIteration, keepsThatTheRunHasUsedItsReport) {
+  SimOs sim;
+  sim.install("seed", {restarting(), Runtime::crashing(9)});
+  sim.fail(Call::terminateJob).times(1);  // at the end of the first runtime: uses the report up
+
+  EXPECT_EQ(sim.runLauncher(), 1);
+
+  EXPECT_EQ(sim.started(), (Names{"seed", "seed"}));
+  EXPECT_EQ(sim.lines(), Lines{"cannot end runtime process tree"}) << "\"No runnable runtime\" comes too late";
+  EXPECT_EQ(boxTexts(sim), Lines{"cannot end runtime process tree"});
+}
+
 }  // namespace
 }  // namespace launcher_stub

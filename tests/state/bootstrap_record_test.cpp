@@ -9,6 +9,8 @@ namespace {
 
 const std::string complete = R"("installId":"i","seedSlot":"seed","stateRoot":"C:\\state")";
 
+TEST(readBootstrap, startsWithTheSeedAsTheSeedSlot) { EXPECT_EQ(BootstrapRecord{}.seedSlot, "seed"); }
+
 TEST(readBootstrap, givesAllFields) {
   BootstrapRecord record;
   std::string error;
