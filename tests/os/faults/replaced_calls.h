@@ -1,0 +1,62 @@
+// System calls that tests can replace. The product calls each of these through the program's import pointer; this
+// program defines the pointers itself, so that what a test puts into `fake...` runs in the call's place. Without a
+// fake the real call is made. For failures and facts that cannot be brought about on a healthy machine.
+#pragma once
+
+#include <windows.h>
+
+#include <aclapi.h>
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace launcher_stub::tests {
+
+extern std::function<BOOL(LPCWSTR, LPSECURITY_ATTRIBUTES)> fakeCreateDirectoryW;
+extern std::function<BOOL(LPDWORD flags)> fakeGetVolumeInformationW;
+extern std::function<DWORD(PSID* owner, PACL* list, PSECURITY_DESCRIPTOR*)> fakeGetNamedSecurityInfoW;
+extern std::function<DWORD(PACL* list, PSECURITY_DESCRIPTOR*)> fakeGetSecurityInfo;
+extern std::function<DWORD(SECURITY_INFORMATION, PSID owner, PACL list)> fakeSetNamedSecurityInfoW;
+extern std::function<BOOL(PBOOL isMember)> fakeCheckTokenMembership;
+
+extern std::function<BOOL()> fakeUpdateProcThreadAttribute;
+extern std::function<BOOL()> fakeCreateProcessW;
+extern std::function<LPWCH()> fakeGetEnvironmentStringsW;
+extern std::function<HANDLE()> fakeCreateJobObjectW;
+extern std::function<BOOL(LPVOID information)> fakeSetInformationJobObject;
+extern std::function<BOOL()> fakeAssignProcessToJobObject;
+extern std::function<DWORD()> fakeResumeThread;
+extern std::function<BOOL(UINT code)> fakeTerminateJobObject;
+extern std::function<BOOL(LPVOID information)> fakeQueryInformationJobObject;
+
+extern std::function<BOOL()> fakeFlushFileBuffers;
+extern std::function<BOOL(LPDWORD written)> fakeWriteFile;
+extern std::function<BOOL(HANDLE)> fakeCloseHandle;
+extern std::function<BOOL()> fakeMoveFileExW;
+
+// The exit codes handed to TerminateProcess since the last test; the real call is made.
+extern std::vector<UINT> terminatedWith;
+
+// While it lives, time stands still but for what the product sleeps.
+class FakeTime {
+ public:
+  FakeTime();
+  ~FakeTime();
+  FakeTime(const FakeTime&) = delete;
+  FakeTime& operator=(const FakeTime&) = delete;
+
+  const std::vector<DWORD>& sleeps() const { return sleeps_; }  // ms, in order
+  std::uint64_t slept() const;                                  // ms in all
+
+ private:
+  std::vector<DWORD> sleeps_;
+};
+
+void forgetFakes();  // after each test
+
+// The real calls, for fakes that do the work and then say otherwise.
+BOOL reallyCloseHandle(HANDLE handle);
+BOOL reallyCreateDirectory(LPCWSTR path);
+
+}  // namespace launcher_stub::tests
