@@ -33,7 +33,8 @@ bool readLaunch(Launch& launch);
 // later one from starting. Call this before the first child is started.
 bool keepLeaseFromChildren(const Launch& launch);
 
-// "This program has started up": from now on an end of it counts as a normal end, whatever its exit code.
+// "This program has started up": once the launcher has seen that (it looks every 250 ms), an end counts as a normal
+// end, whatever its exit code. Not for a candidate: until it is promoted any end without a restart request is a failure.
 bool writeReady(const Launch& launch);
 
 // "This program works": a candidate becomes the active slot 60 s later, if it still runs then.
