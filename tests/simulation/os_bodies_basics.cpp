@@ -13,6 +13,7 @@
 #include "os/random.h"
 #include "os/text.h"
 #include "os/this_process.h"
+#include "tests/simulation/sim_inside.h"
 #include "tests/simulation/sim_os.h"
 #include "tests/simulation/sim_paths.h"
 
@@ -24,15 +25,18 @@ using sim::SimOs;
 std::uint64_t monotonicMilliseconds() { return SimOs::current().now(); }
 
 void sleepMilliseconds(std::uint32_t duration) {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   (void)sim.begin(Call::sleep);  // cannot fail
   if (sim.launcherDead()) return;
   if (sim.launcherHolds(L"state.lock")) sim.problem("a sleep while state.lock is held");
-  sim.note(Call::sleep, {}, std::to_string(duration));
+  sim.observer().sleeps();
+  if (sim.tracing()) sim.note(Call::sleep, {}, std::to_string(duration));
   sim.advance(duration);
 }
 
 std::string randomHexDigits() {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   if (sim.begin(Call::random) != 0) throw std::runtime_error("no randomness");
   std::string digits;
@@ -43,10 +47,14 @@ std::string randomHexDigits() {
   return digits;
 }
 
-void HandleCloser::operator()(void* handle) const noexcept { SimOs::current().closeHandle(handle); }
+void HandleCloser::operator()(void* handle) const noexcept {
+  const sim::InsidePlatform inside;
+  SimOs::current().closeHandle(handle);
+}
 
 OwnedHandle adoptHandle(void* raw) noexcept {
   if (raw == nullptr || sim::HandleTable::valueOf(raw) == ~std::uintptr_t{0}) return nullptr;
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   sim::HandleEntry* entry = sim.handles().find(raw);
   if (entry == nullptr) {
@@ -60,6 +68,7 @@ OwnedHandle adoptHandle(void* raw) noexcept {
 }
 
 std::wstring readEnvironmentVariable(const std::wstring& name) {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   if (sim.begin(Call::environmentVariable, name) != 0) return {};
   const std::wstring wanted = sim::pathKey(name);
@@ -71,11 +80,13 @@ std::wstring readEnvironmentVariable(const std::wstring& name) {
 }
 
 std::vector<std::wstring> readCommandLineArguments() {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   return sim.begin(Call::commandLine) != 0 ? std::vector<std::wstring>() : sim.arguments();
 }
 
 void containThisProcess() {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   const std::uint32_t error = sim.begin(Call::containProcess);
   sim.process().contained = sim.process().contained || error == 0;
@@ -83,6 +94,7 @@ void containThisProcess() {
 }
 
 std::wstring launcherExecutablePath() {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   return sim.begin(Call::executablePath) != 0 ? std::wstring() : sim.executablePath();
 }
@@ -91,6 +103,7 @@ std::wstring launcherExecutablePath() {
 void endThisProcessQuietly() noexcept { std::_Exit(3); }
 
 void logLine(std::string_view message) {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   const std::uint32_t error = sim.begin(Call::logLine);
   if (sim.launcherDead()) return;
@@ -99,16 +112,18 @@ void logLine(std::string_view message) {
 }
 
 void showError(const std::string& message) {
+  const sim::InsidePlatform inside;
   logLine(message);
   SimOs& sim = SimOs::current();
   const std::uint32_t error = sim.begin(Call::showError);
-  if (sim.launcherDead() || sim.process().boxOpened) return;
+  if (sim.launcherDead() || sim.process().box >= 0) return;
   if (error != 0) throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
   sim.openBox(toUtf8(toWide(message)));
   sim.note(Call::showError, {}, message);
 }
 
 void waitForErrorBox(std::uint32_t timeout) {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   (void)sim.begin(Call::waitForErrorBox);
   const std::uint64_t deadline = sim.now() + timeout;
@@ -121,12 +136,13 @@ void waitForErrorBox(std::uint32_t timeout) {
 }
 
 void resetErrorBoxForTests() {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   const sim::Box* box = sim.openedBox();
   if (box != nullptr && box->closesAt != sim::forever && box->closesAt > sim.now()) {
     sim.advance(box->closesAt - sim.now());
   }
-  sim.process().boxOpened = false;
+  sim.process().box = -1;
 }
 
 }  // namespace launcher_stub::os

@@ -8,6 +8,7 @@
 #include "os/log.h"
 #include "os/messages.h"
 #include "os/text.h"
+#include "tests/simulation/sim_inside.h"
 #include "tests/simulation/sim_os.h"
 #include "tests/simulation/sim_paths.h"
 
@@ -45,7 +46,7 @@ OwnedHandle duplicateLease(SimOs& sim, void* lease, std::uint32_t& error) {
   if (error != 0) return nullptr;
   const int file = entry->object;
   sim.openFiles().addReference(file);
-  return adoptHandle(sim.handles().make(HandleKind::file, file));
+  return adoptHandle(sim.makeHandle(HandleKind::file, file));
 }
 
 // The error of creating a process from what lies at `executable`, 0 where that works.
@@ -92,7 +93,7 @@ OwnedHandle putIntoJob(SimOs& sim, std::uint32_t pid) {
   if (sim.begin(Call::createJob) != 0) return nullptr;
   const int number = sim.processes().createJob();
   sim.processes().job(number).handles = 1;
-  OwnedHandle job = adoptHandle(sim.handles().make(HandleKind::job, number));
+  OwnedHandle job = adoptHandle(sim.makeHandle(HandleKind::job, number));
   if (sim.begin(Call::limitJob) != 0) return nullptr;
   sim.processes().job(number).killOnClose = true;
   if (sim.begin(Call::assignToJob) != 0) return nullptr;
@@ -101,7 +102,7 @@ OwnedHandle putIntoJob(SimOs& sim, std::uint32_t pid) {
 }
 
 bool runInJob(SimOs& sim, ChildProcess& child, std::uint32_t pid) {
-  OwnedHandle process = adoptHandle(sim.handles().make(HandleKind::process, static_cast<int>(pid)));
+  OwnedHandle process = adoptHandle(sim.makeHandle(HandleKind::process, static_cast<int>(pid)));
   OwnedHandle job = putIntoJob(sim, pid);
   if (!job || sim.begin(Call::resumeThread) != 0) {
     sim.endProcess(pid, 1);
@@ -129,6 +130,7 @@ std::wstring buildChildEnvironment(const std::wstring& installDirectory, const s
 }
 
 bool startChild(ChildProcess& child, const ChildStart& start) {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   std::uint32_t error = sim.begin(Call::startChild, start.executable);
   if (sim.launcherDead()) return false;
@@ -157,6 +159,7 @@ bool startChild(ChildProcess& child, const ChildStart& start) {
 
 bool pollExit(ChildProcess& child, std::uint32_t& exitCode, bool& clean) {
   if (!child.process || child.exited) return false;
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   const std::uint32_t error = sim.begin(Call::pollExit);
   const HandleEntry* entry = sim.handles().findOpen(child.process.get(), HandleKind::process);
@@ -167,6 +170,7 @@ bool pollExit(ChildProcess& child, std::uint32_t& exitCode, bool& clean) {
     return false;
   }
   const Process& process = *sim.processes().find(static_cast<std::uint32_t>(entry->object));
+  sim.observer().polls(process);
   sim.note(Call::pollExit, {}, process.alive ? "running" : "ended");
   if (process.alive) return false;
   exitCode = sim.begin(Call::readExitCode) != 0 ? 1 : process.exitCode;
@@ -200,6 +204,7 @@ bool terminateOnce(SimOs& sim, const ChildProcess& child) {
 
 bool jobHasActiveProcesses(ChildProcess& child) {
   if (!child.job) return false;
+  const sim::InsidePlatform inside;
   const int active = queryActive(SimOs::current(), child);
   if (active < 0) child.waitFailed = true;
   return active != 0;
@@ -207,6 +212,7 @@ bool jobHasActiveProcesses(ChildProcess& child) {
 
 bool endProcessTree(ChildProcess& child) {
   if (!child.job) return true;
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   (void)sim.begin(Call::endProcessTree);  // its steps are what can fail
   if (child.endDeadline == 0) child.endDeadline = sim.now() + endTreeLimitMs;

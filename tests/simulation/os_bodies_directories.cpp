@@ -8,6 +8,7 @@
 #include "os/messages.h"
 #include "os/path.h"
 #include "os/state_root.h"
+#include "tests/simulation/sim_inside.h"
 #include "tests/simulation/sim_os.h"
 #include "tests/simulation/sim_paths.h"
 
@@ -27,8 +28,8 @@ DirectoryEntry describeEntry(SimOs& sim, const Node& node, const std::wstring& p
   entry.name = node.name;
   const Node* target = sim.disk().find(path);
   if (target == nullptr) return entry;  // a link that leads nowhere
-  entry.isDirectory = target->kind == NodeKind::directory && sim.faultFor(Call::entryStatus, path) == 0;
-  entry.timeKnown = sim.faultFor(Call::entryTime, path) == 0;
+  entry.isDirectory = target->kind == NodeKind::directory && sim.begin(Call::entryStatus, path) == 0;
+  entry.timeKnown = sim.begin(Call::entryTime, path) == 0;
   if (entry.timeKnown) entry.lastWriteTime = target->lastWriteTime;
   return entry;
 }
@@ -44,17 +45,22 @@ std::uint32_t removeDirectoryItself(SimOs& sim, const std::wstring& path) {
 }
 
 std::uint32_t removeTreeFile(SimOs& sim, const std::wstring& path) {
+  sim.disk().attributes(path)->readOnly = false;  // also of a file that then cannot be removed
   if (sim.openFiles().excludes(sim.disk().resolvedKey(path), {false, false, true})) return win32::sharingViolation;
-  sim.disk().attributes(path)->readOnly = false;
   return sim.change([&] { return sim.disk().removeFile(path, sim.fileTime()); });
+}
+
+// What is open without sharing reading cannot be listed.
+std::uint32_t listingError(SimOs& sim, const std::wstring& path) {
+  return sim.openFiles().excludes(sim.disk().resolvedKey(path), sim::accessRead) ? win32::sharingViolation : 0;
 }
 
 // The first error on the way, which goes on as far as it can.
 std::uint32_t removeTree(SimOs& sim, const std::wstring& path) {
   const Node* node = sim.disk().findItself(path);
   if (node == nullptr) return sim.disk().missingError(path);
-  std::uint32_t first = 0;
-  if (node->kind == NodeKind::directory) {
+  std::uint32_t first = node->kind == NodeKind::directory ? listingError(sim, path) : 0;
+  if (node->kind == NodeKind::directory && first == 0) {
     for (const Node& entry : sim.disk().list(path)) {
       const std::uint32_t error = removeTree(sim, path + L"\\" + entry.name);
       if (first == 0) first = error;
@@ -104,13 +110,15 @@ bool createOneDirectory(SimOs& sim, const std::wstring& path, std::string* error
 }  // namespace
 
 std::vector<DirectoryEntry> listDirectory(const std::wstring& path) {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
-  const std::uint32_t error = sim.begin(Call::listDirectory, path);
+  std::uint32_t error = sim.begin(Call::listDirectory, path);
+  if (error == 0) error = listingError(sim, path);
   std::vector<DirectoryEntry> entries;
   if (error == 0) {
     for (const Node& node : sim.disk().list(path)) {
       const std::wstring entryPath = path + L"\\" + node.name;
-      if (sim.faultFor(Call::nextEntry, entryPath) != 0) break;
+      if (sim.begin(Call::nextEntry, entryPath) != 0) break;
       entries.push_back(describeEntry(sim, node, entryPath));
     }
   }
@@ -119,6 +127,7 @@ std::vector<DirectoryEntry> listDirectory(const std::wstring& path) {
 }
 
 std::uint32_t removeEmptyDirectory(const std::wstring& path) {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   std::uint32_t error = sim.begin(Call::removeEmptyDirectory, path);
   if (error == 0) error = removeDirectoryItself(sim, path);
@@ -127,8 +136,11 @@ std::uint32_t removeEmptyDirectory(const std::wstring& path) {
 }
 
 std::uint32_t removeDirectoryTree(const std::wstring& path) {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   std::uint32_t error = sim.begin(Call::removeDirectoryTree, path);
+  const Node* node = sim.disk().findItself(path);
+  if (error == 0 && node != nullptr && node->kind == NodeKind::file) error = win32::notADirectory;
   if (error == 0) error = removeTree(sim, path);
   sim.note(Call::removeDirectoryTree, path, outcomeText(error));
   return error;
@@ -154,6 +166,7 @@ std::string systemMessage(std::uint32_t code) {
 }
 
 bool createPrivateDirectory(const std::wstring& path, std::string* error) {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   if (sim.begin(Call::createPrivateDirectory, path) != 0) return false;
   switch (pathStatus(path)) {
@@ -171,6 +184,7 @@ bool createPrivateDirectory(const std::wstring& path, std::string* error) {
 }
 
 bool verifyPrivateDirectory(const std::wstring& path, std::string* error) {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   std::uint32_t failure = sim.begin(Call::verifyDirectory, path);
   if (failure == 0) failure = sim.begin(Call::readVolume, path);
@@ -179,7 +193,7 @@ bool verifyPrivateDirectory(const std::wstring& path, std::string* error) {
     giveNotice(messages::volumeKeepsNoLists);
     return true;
   }
-  if (sim.begin(Call::readSecurity, path) != 0) return false;
+  if (sim.begin(Call::readSecurity, path) != 0 || !sim.exists(path)) return false;
   if (!ownerIsAcceptable(sim, path, error)) return false;
   Node& node = *sim.disk().attributes(sim.disk().resolvedKey(path));
   if (node.listIsPrivate) return true;

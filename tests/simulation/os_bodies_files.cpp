@@ -5,6 +5,7 @@
 #include "os/file_status.h"
 #include "os/lock_file.h"
 #include "os/random.h"
+#include "tests/simulation/sim_inside.h"
 #include "tests/simulation/sim_os.h"
 #include "tests/simulation/sim_paths.h"
 
@@ -49,7 +50,9 @@ bool writeTemporary(SimOs& sim, const std::wstring& temporary, std::string_view 
   if (error != 0) return false;
   if (stepWorks(sim, Call::writeTemporary, temporary)) {
     sim.change([&] { return sim.disk().writeFile(temporary, contents, sim.fileTime()); });
-    if (stepWorks(sim, Call::flushTemporary, temporary) && stepWorks(sim, Call::closeTemporary, temporary)) return true;
+    const bool flushed = stepWorks(sim, Call::flushTemporary, temporary);
+    if (flushed) sim.change([&] { return sim.disk().flushFile(temporary), true; });
+    if (flushed && stepWorks(sim, Call::closeTemporary, temporary)) return true;
   }
   if (stepWorks(sim, Call::deleteTemporary, temporary)) (void)removeNamedFile(sim, temporary);
   return false;
@@ -99,10 +102,12 @@ int tryLock(SimOs& sim, const std::wstring& path, std::uint32_t& error) {
 }  // namespace
 
 PathStatus pathStatus(const std::wstring& path) {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
-  const std::uint32_t error = sim.begin(Call::status, path);
+  std::uint32_t error = sim.begin(Call::status, path);
   PathStatus status = PathStatus::missing;
   const Node* node = sim.disk().find(path);
+  if (error == 0 && node == nullptr) error = sim.disk().missingError(path);
   if (error != 0) {
     const bool saysMissing = error == win32::fileNotFound || error == win32::pathNotFound;
     status = saysMissing ? PathStatus::missing : PathStatus::unknown;
@@ -122,6 +127,7 @@ bool pathIsPresent(const std::wstring& path) {
 bool pathIsMissing(const std::wstring& path) { return pathStatus(path) == PathStatus::missing; }
 
 bool readStateFile(const std::wstring& path, std::string& contents) {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   std::uint32_t error = sim.begin(Call::readFile, path);
   const Node* node = sim.disk().find(path);
@@ -133,13 +139,16 @@ bool readStateFile(const std::wstring& path, std::string& contents) {
   const bool whole = error == 0 && node->contents.size() <= largestDurableFile;
   sim.note(Call::readFile, path, error == 0 && !whole ? "too large" : outcomeText(error));
   if (whole) contents = node->contents;
+  if (whole && path.ends_with(L"\\boot-v1.previous.json")) sim.process().goesOnFromCopy = true;
+  sim.observer().reads(path, whole);
   return whole;
 }
 
 bool replaceFileDurably(const std::wstring& target, std::string_view contents) {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   const std::uint32_t error = sim.begin(Call::replace, target);
-  sim.requireStateLock(target, "replaced");
+  sim.beginReplacement(target, contents);
   bool replaced = false;
   if (error == 0 && contents.size() <= largestDurableFile) {
     const std::wstring temporary = temporaryName(sim, target);
@@ -154,6 +163,7 @@ bool replaceFileDurably(const std::wstring& target, std::string_view contents) {
 }
 
 bool removeFile(const std::wstring& path) {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   std::uint32_t error = sim.begin(Call::removeFile, path);
   sim.requireStateLock(path, "deleted");
@@ -163,6 +173,7 @@ bool removeFile(const std::wstring& path) {
 }
 
 bool openLockFile(LockFile& lock, const std::wstring& path, LockWait wait) {
+  const sim::InsidePlatform inside;
   SimOs& sim = SimOs::current();
   lock.busy = false;
   std::uint32_t error = sim.begin(Call::openLock, path);
@@ -170,7 +181,7 @@ bool openLockFile(LockFile& lock, const std::wstring& path, LockWait wait) {
   for (;;) {
     const int file = error == 0 ? tryLock(sim, path, error) : 0;
     if (error == 0) {
-      lock.handle = adoptHandle(sim.handles().make(sim::HandleKind::file, file));
+      lock.handle = adoptHandle(sim.makeHandle(sim::HandleKind::file, file));
       return true;
     }
     lock.busy = error == win32::sharingViolation;

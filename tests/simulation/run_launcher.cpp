@@ -4,7 +4,10 @@
 namespace launcher_stub::sim {
 
 int SimOs::runLauncher() {
-  return runProcess([] { return run(nullptr, nullptr); });
+  return runProcess([this] {
+    process_.runsLaunchSequence = true;
+    return run(nullptr, nullptr);
+  });
 }
 
 }  // namespace launcher_stub::sim

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tests/simulation/sim_disk.h"
 #include "tests/simulation/sim_paths.h"
 
 namespace launcher_stub::sim {
@@ -68,6 +69,80 @@ std::string_view callName(Call call) {
   };
   static_assert(std::size(names) == static_cast<std::size_t>(Call::count_));
   return names[static_cast<std::size_t>(call)];
+}
+
+const std::vector<std::uint32_t>& errorsOf(Call call) {
+  using Codes = std::vector<std::uint32_t>;
+  static const Codes none;
+  static const Codes opening = {win32::sharingViolation, win32::accessDenied, win32::fileNotFound};
+  static const Codes writing = {win32::diskFull, win32::accessDenied, win32::notEnoughMemory};
+  static const Codes looking = {win32::accessDenied, win32::sharingViolation};
+  static const Codes memory = {win32::notEnoughMemory};
+  static const Codes renaming = {win32::sharingViolation, win32::accessDenied, win32::diskFull};
+  static const Codes starting = {win32::fileNotFound, win32::accessDenied, win32::sharingViolation,
+                                 win32::notEnoughMemory};
+  switch (call) {
+    case Call::readFile:
+    case Call::lockTry:
+      return opening;
+    case Call::createTemporary:
+    case Call::writeTemporary:
+    case Call::flushTemporary:
+    case Call::closeTemporary:
+    case Call::createDirectory:
+      return writing;
+    case Call::rename:
+      return renaming;
+    case Call::status:
+    case Call::removeFile:
+    case Call::deleteTemporary:
+    case Call::listDirectory:
+    case Call::entryStatus:
+    case Call::entryTime:
+    case Call::nextEntry:
+    case Call::removeEmptyDirectory:
+    case Call::removeEntry:
+    case Call::readVolume:
+    case Call::readSecurity:
+    case Call::checkMembership:
+    case Call::takeOwnership:
+    case Call::resetList:
+      return looking;
+    case Call::createProcess:
+      return starting;
+    case Call::duplicateLease:
+    case Call::buildHandleList:
+    case Call::readEnvironment:
+    case Call::createJob:
+    case Call::limitJob:
+    case Call::assignToJob:
+    case Call::resumeThread:
+    case Call::pollExit:
+    case Call::readExitCode:
+    case Call::queryJob:
+    case Call::terminateJob:
+    case Call::random:
+    case Call::showError:
+    case Call::containProcess:
+    case Call::logLine:
+    case Call::commandLine:
+    case Call::executablePath:
+    case Call::environmentVariable:
+      return memory;
+    case Call::replace:  // what consists of steps fails with them
+    case Call::openLock:
+    case Call::createPrivateDirectory:
+    case Call::verifyDirectory:
+    case Call::removeDirectoryTree:
+    case Call::startChild:
+    case Call::endProcessTree:
+    case Call::closeHandle:
+    case Call::sleep:
+    case Call::waitForErrorBox:
+    case Call::count_:
+      return none;
+  }
+  return none;
 }
 
 bool Fault::strikes(Call call, std::wstring_view path, std::uint64_t nowMs) {

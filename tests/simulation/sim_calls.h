@@ -69,6 +69,12 @@ enum class Call : std::uint8_t {
 
 std::string_view callName(Call call);
 
+// Of files, directories or locks: not of processes, chance or the reporting channels.
+constexpr bool isOfFiles(Call call) { return call <= Call::resetList; }
+
+// The Win32 codes with which a call of this kind may fail, the likeliest first; empty for what cannot fail.
+const std::vector<std::uint32_t>& errorsOf(Call call);
+
 constexpr std::uint64_t forever = std::numeric_limits<std::uint64_t>::max();
 
 // A fault: the calls of one kind fail with a Win32 code, all of them unless it is narrowed down.

@@ -18,6 +18,9 @@ Node makeNode(NodeKind kind, std::wstring_view path, std::uint64_t time) {
   return node;
 }
 
+// The system takes no such name, and says so by an error of its own.
+bool isImpossible(std::wstring_view path) { return path.find_first_of(L"<>\"|?*") != std::wstring_view::npos; }
+
 std::wstring_view withoutTrailingSeparators(std::wstring_view path) {
   while (!path.empty() && (path.back() == L'\\' || path.back() == L'/')) path.remove_suffix(1);
   return path;
@@ -57,8 +60,10 @@ const Node* Disk::findItself(std::wstring_view path) const {
 }
 
 std::uint32_t Disk::missingError(std::wstring_view path) const {
-  const Node* parent = find(parentOf(pathKey(path)));
-  return parent != nullptr && parent->kind == NodeKind::directory ? win32::fileNotFound : win32::pathNotFound;
+  if (isImpossible(path)) return win32::invalidName;
+  const auto parent = nodes_.find(parentOf(keyOf(path, false)));  // links on the way are followed
+  const bool isThere = parent != nodes_.end() && parent->second.kind == NodeKind::directory;
+  return isThere ? win32::fileNotFound : win32::pathNotFound;
 }
 
 std::wstring Disk::resolvedKey(std::wstring_view path) const { return keyOf(path, true); }
@@ -77,11 +82,13 @@ std::vector<Node> Disk::list(std::wstring_view path) const {
 }
 
 std::uint32_t Disk::addNode(std::wstring_view path, Node node, std::uint64_t time) {
+  if (isImpossible(path)) return win32::invalidName;
   const std::wstring key = keyOf(path, false);
   const auto parent = nodes_.find(parentOf(key));
   if (parent == nodes_.end() || parent->second.kind != NodeKind::directory) return win32::pathNotFound;
   if (nodes_.contains(key)) return win32::alreadyExists;
   if (node.kind == NodeKind::link) ++links_;
+  noteChange(key, time, /*isWrite=*/!node.contents.empty());
   nodes_[key] = std::move(node);
   touch(parentOf(key), time);
   return win32::success;
@@ -90,6 +97,7 @@ std::uint32_t Disk::addNode(std::wstring_view path, Node node, std::uint64_t tim
 void Disk::eraseNode(const std::wstring& key, std::uint64_t time) {
   const auto found = nodes_.find(key);
   if (found->second.kind == NodeKind::link) --links_;
+  noteChange(key, time);
   nodes_.erase(found);
   touch(parentOf(key), time);
 }
@@ -131,6 +139,7 @@ std::uint32_t Disk::writeFile(std::wstring_view path, std::string_view contents,
     return addNode(path, std::move(node), time);
   }
   if (existing->second.kind != NodeKind::file || existing->second.readOnly) return win32::accessDenied;
+  noteChange(existing->first, time, /*isWrite=*/true);
   existing->second.contents = contents;
   existing->second.lastWriteTime = time;
   return win32::success;
@@ -167,10 +176,38 @@ std::uint32_t Disk::rename(std::wstring_view source, std::wstring_view target, s
   if (!nodes_.contains(parentOf(to))) return win32::pathNotFound;
   Node node = moved->second;
   node.name = lastElementOf(target);
-  eraseNode(from, time);
+  const bool flushed = std::ranges::none_of(
+      unsettled_, [&from](const UnsettledChange& change) { return change.key == from && change.isWrite; });
+  nodes_.erase(moved);
+  touch(parentOf(from), time);
+  std::erase_if(unsettled_, [&](const UnsettledChange& change) {
+    return change.key == from || change.key == to || to.starts_with(change.key + L"\\");
+  });
   nodes_[to] = std::move(node);
   touch(parentOf(to), time);
+  if (!flushed) {
+    unsettled_.push_back({time, to, nodes_[to], true});
+    unsettled_.back().before->contents.clear();  // the name is safe, the contents are not
+  }
   return win32::success;
+}
+
+void Disk::flushFile(std::wstring_view path) {
+  const std::wstring key = keyOf(path, true);
+  std::erase_if(unsettled_, [&](const UnsettledChange& change) {
+    return change.key == key && change.before && change.before->kind == NodeKind::file;
+  });
+  for (UnsettledChange& change : unsettled_) {
+    if (change.key == key) change.isWrite = false;
+  }
+}
+
+void Disk::settle() { unsettled_.clear(); }
+
+void Disk::noteChange(const std::wstring& key, std::uint64_t time, bool isWrite) {
+  std::erase_if(unsettled_, [time](const UnsettledChange& change) { return change.time + settlesAfter <= time; });
+  const auto found = nodes_.find(key);
+  unsettled_.push_back({time, key, found == nodes_.end() ? std::optional<Node>() : found->second, isWrite});
 }
 
 Node* Disk::attributes(std::wstring_view path) {

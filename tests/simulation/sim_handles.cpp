@@ -10,10 +10,11 @@ constexpr std::uint64_t valueStep = 4;  // as on Windows
 
 std::uint64_t HandleTable::valueOf(void* handle) { return reinterpret_cast<std::uintptr_t>(handle); }
 
-void* HandleTable::make(HandleKind kind, int object) {
+void* HandleTable::make(HandleKind kind, int object, int run) {
   HandleEntry entry;
   entry.kind = kind;
   entry.object = object;
+  entry.run = run;
   open_.insert(entries_.size());
   entries_.push_back(entry);
   return handleOf(entries_.back());
@@ -37,9 +38,11 @@ HandleEntry* HandleTable::findOpen(void* handle, HandleKind kind) {
   return entry != nullptr && entry->open && entry->kind == kind ? entry : nullptr;
 }
 
-std::vector<HandleEntry*> HandleTable::openHandles() {
+std::vector<HandleEntry*> HandleTable::openHandles(int run) {
   std::vector<HandleEntry*> open;
-  for (const std::size_t index : open_) open.push_back(&entries_[index]);
+  for (const std::size_t index : open_) {
+    if (entries_[index].run == run) open.push_back(&entries_[index]);
+  }
   return open;
 }
 

@@ -67,11 +67,21 @@ std::uint32_t SimOs::begin(Call call, std::wstring_view path) {
     hook.done = true;
     hook.action();
   }
+  observer_->calls(call, path);
   if (log_.total() >= killAtCall_) killLauncherNow();
-  return faultFor(call, path);
+  const std::uint32_t error = faultFor(call, path);
+  if (error != 0) observer_->fails(call, path, error);
+  return error;
 }
 
+// The code of the fault that strikes this call, 0 where none does.
 std::uint32_t SimOs::faultFor(Call call, std::wstring_view path) {
+  if (log_.total() == failedCall_) return failedCallCode_;
+  if (log_.total() >= outageFrom_) {
+    if (outageUntil_ == forever) outageUntil_ = now() + outageMs_;
+    const bool struck = outage_ == Outage::everything || isOfFiles(call);
+    if (struck && now() < outageUntil_ && !errorsOf(call).empty()) return errorsOf(call).front();
+  }
   for (Fault& fault : log_.faults) {
     if (fault.strikes(call, path, now())) return fault.code();
   }
@@ -81,7 +91,7 @@ std::uint32_t SimOs::faultFor(Call call, std::wstring_view path) {
 void SimOs::note(Call call, std::wstring_view path, std::string_view result) { note(callName(call), path, result); }
 
 void SimOs::note(std::string_view name, std::wstring_view path, std::string_view result) {
-  log_.note(name, path, result, now());
+  if (tracing_) log_.note(name, path, result, now());
 }
 
 void SimOs::problem(const std::string& text) {
@@ -115,6 +125,7 @@ void SimOs::runAway(const std::string& why) {
 
 void SimOs::changePoint() {
   ++changePoints_;
+  observer_->mayBeCutOff();
   if (changePoints_ == killAtChangePoint_) killLauncherNow();
 }
 
@@ -142,6 +153,8 @@ int SimOs::replacementsOf(const std::wstring& pattern) const {
 
 void SimOs::recordReplacement(const std::wstring& path, std::string_view contents) {
   replacements_.push_back({now(), path, std::string(contents)});
+  if (path.ends_with(L"\\boot-v1.json")) process_.goesOnFromCopy = false;
+  observer_->replaced(path, contents);
 }
 
 std::string SimOs::trace() const {
@@ -154,7 +167,7 @@ void SimOs::clearRecords() {
   for (const std::uint32_t pid : processes_.living()) processes_.find(pid)->start = -1;
   starts_.clear();
   lines_.clear();
-  if (!process_.boxOpened) boxes_.clear();
+  if (process_.box < 0) boxes_.clear();
   replacements_.clear();
   log_.clear();
 }

@@ -3,12 +3,20 @@
 //
 // The clock moves only when somebody sleeps or waits; what scripted runtimes and tests have scheduled happens
 // meanwhile. Files, sharing, locks, processes, jobs, the error box and chance are under the test's control; faults are
-// switched on by name. What is not simulated: threads, the order of bytes on a disk that loses power (a change is
-// durable at once), file identities, access checks beyond a directory's owner and list.
+// switched on by name, by the number of a call, or for a while. A second launcher runs in the middle of the first one's
+// calls. The same steps give the same run: nothing comes from outside.
+//
+// The fault model. A launcher may be killed before or after each call that changes anything; what it did stays done,
+// and its locks, its jobs and their processes go with it. The power may be cut at the same moments: what the disk then
+// holds stands in sim_power_cut.h. Any call may fail with a code of its kind (`errorsOf`); a failed call has changed
+// nothing. Memory may run out in the code under test, not inside the platform. Not simulated: threads, damaged sectors,
+// file identities, access checks beyond a directory's owner and list, a clock that runs backwards.
 //
 // Misuse of the platform is noticed by itself and fails the test when the machine is destroyed: a handle closed twice,
-// never given out or left open; state files changed without state.lock; a start or a sleep while state.lock is held; a
-// start while the last job is busy; a runtime that outlives its launcher; a run that would go on for ever.
+// never given out or left open; state files changed without state.lock, or while another launcher holds the lease; a
+// raised generation written before the state in force is safe as the previous copy; a start or a sleep while state.lock
+// is held; a start while the last job is busy; a child that runs outside its job; a runtime that outlives its launcher;
+// a run that would go on for ever.
 #pragma once
 
 #include <cstdint>
@@ -53,12 +61,14 @@ struct RunOutcome {
 struct TimedText {
   std::uint64_t time = 0;  // ms
   std::string text;
+  int run = 0;  // of the launcher, from 1
 };
 
 struct Box {
   std::uint64_t openedAt = 0;  // ms
   std::uint64_t closesAt = 0;  // ms; `forever` where nobody closes it
   std::string text;            // UTF-8
+  int run = 0;                 // of the launcher, from 1
 };
 
 // One durable replacement that succeeded.
@@ -66,6 +76,29 @@ struct Replacement {
   std::uint64_t time = 0;  // ms
   std::wstring path;
   std::string contents;
+};
+
+// What fails in an outage.
+enum class Outage {
+  everything,
+  files,  // with directories and locks; processes, chance and the two reporting channels work
+};
+
+// Is told of what happens, at the moment at which it happens.
+class Observer {
+ public:
+  virtual ~Observer() = default;
+  virtual void launcherStarts() {}
+  virtual void calls(Call /*call*/, std::wstring_view /*path*/) {}
+  virtual void fails(Call /*call*/, std::wstring_view /*path*/, std::uint32_t /*code*/) {}  // by a fault, switched on
+  virtual void reads(const std::wstring& /*path*/, bool /*whole*/) {}  // of a state file, with its result
+  virtual void polls(const Process& /*child*/) {}                      // the launcher looks at its child
+  virtual void mayBeCutOff() {}                                        // before and after each change
+  virtual void sleeps() {}                                             // between two ticks or two tries
+  virtual void replaces(const std::wstring& /*path*/, std::string_view /*contents*/) {}  // durably; before it is done
+  virtual void replaced(const std::wstring& /*path*/, std::string_view /*contents*/) {}  // and after
+  virtual void starts(const Start& /*start*/) {}                                         // the child runs from now on
+  virtual void launcherEnded(const RunOutcome& /*outcome*/) {}
 };
 
 // Documents as the installer and the runtime write them.
@@ -108,6 +141,7 @@ class SimOs {
   void installSeed(Runtime (*make)()) { install("seed", make()); }
   void installSeed(const Runtime& runtime) { install("seed", runtime); }
   void installSeed(RuntimeScript script) { install("seed", std::move(script)); }
+  void setScript(const std::string& slot, RuntimeScript script);  // what happens when it is started; writes no file
 
   void writeFile(const std::wstring& path, std::string_view contents);  // with its directories; must succeed
   void makeDirectory(const std::wstring& path) { disk_.makeDirectories(path, fileTime()); }
@@ -136,7 +170,9 @@ class SimOs {
   // --- Time, other processes, faults ---
 
   std::uint64_t now() const { return clock_.now(); }
-  std::uint64_t fileTime() const { return fileTimeAtZero + clock_.now() * 10'000; }  // 100 ns
+  std::uint64_t fileTime() const { return fileTimeAtZero_ + clock_.now() * 10'000; }  // 100 ns
+  // The time of day, for a machine that starts again: `now()` begins anew, times of files go on.
+  void setFileTime(std::uint64_t time) { fileTimeAtZero_ = time - clock_.now() * 10'000; }
   void at(std::uint64_t ms, Action action) { clock_.schedule(ms, std::move(action)); }
   void after(std::uint64_t ms, Action action) { clock_.schedule(now() + ms, std::move(action)); }
   void advance(std::uint64_t ms);                           // as if somebody slept
@@ -148,9 +184,26 @@ class SimOs {
   void holdFor(const std::wstring& path, std::uint64_t ms, Access share = accessNone);
 
   Fault& fail(Call call, const std::wstring& pattern = L"", std::uint32_t code = win32::accessDenied);
-  void clearFaults() { log_.faults.clear(); }
+  void clearFaults() {
+    log_.faults.clear();
+    failedCall_ = forever;
+    outageFrom_ = forever;
+  }
+  // One call fails, whatever it is: the one with this number, counted from now on.
+  void failCallNumber(std::uint64_t number, std::uint32_t code) {
+    failedCall_ = log_.total() + number;
+    failedCallCode_ = code;
+  }
+  // From the call with this number on, for a time, every call fails that can, with the first of its errors.
+  void failAllFromCall(std::uint64_t number, std::uint64_t forMs, Outage outage = Outage::everything) {
+    outage_ = outage;
+    outageFrom_ = log_.total() + number;
+    outageMs_ = forMs;
+    outageUntil_ = forever;
+  }
   // Does something in the very moment of a call: of the first matching one after `skip` others.
   void before(Call call, const std::wstring& pattern, std::function<void()> action, int skip = 0);
+  void clearHooks() { log_.hooks.clear(); }
 
   void endRuntime(std::uint32_t code);  // the runtime that was started last dies by itself
 
@@ -159,6 +212,10 @@ class SimOs {
   int runLauncher();                                           // the whole launch sequence in a process of its own
   int runProcess(const std::function<int()>& launchSequence);  // the same for other code
   const RunOutcome& lastRun() const { return outcome_; }
+  // A second launcher, started by an action or a hook while the first one runs. It goes on until it ends, be it that it
+  // has found the lease taken or that it has lived a whole life; the first one stands still meanwhile.
+  RunOutcome runSecondLauncher();
+  bool launcherRuns() const { return running_ && !dead_; }
 
   // The kill: nothing of the process's later calls happens, the system closes its handles, its jobs take their
   // processes along. Calls and changes are counted from now on; each change has a point before and one after it.
@@ -185,8 +242,12 @@ class SimOs {
   std::string trace() const;
 
   const std::vector<std::string>& problems() const { return problems_; }
-  std::vector<std::string> takeProblems();  // the test expected them: they no longer fail it
-  void clearRecords();                      // starts, lines, boxes, replacements, trace: for lives of thousands of runs
+  std::vector<std::string> takeProblems();               // the test expected them: they no longer fail it
+  void setTracing(bool tracing) { tracing_ = tracing; }  // off: faster; the trace stays empty
+  bool tracing() const { return tracing_; }
+  void observe(Observer* observer) { observer_ = observer; }
+  Observer& observer() { return *observer_; }
+  void clearRecords();  // starts, lines, boxes, replacements, trace: for lives of thousands of runs
   void allowUnlockedWrites() { checksStateLock_ = false; }  // for tests of the file routines themselves
 
   // What a destroyed machine does with its problems and its trace; by default a message and an abort.
@@ -200,7 +261,6 @@ class SimOs {
 
   // A call begins: it is counted, hooks run, the process may be killed here. The code of a fault that strikes, else 0.
   std::uint32_t begin(Call call, std::wstring_view path = {});
-  std::uint32_t faultFor(Call call, std::wstring_view path);  // of a step that is not counted
   void note(Call call, std::wstring_view path, std::string_view result);
   void note(std::string_view name, std::wstring_view path, std::string_view result);
   void problem(const std::string& text);
@@ -219,6 +279,8 @@ class SimOs {
   void requireStateLock(const std::wstring& path, std::string_view what);
   bool launcherHolds(std::wstring_view fileName);  // a file of that name is held open by the launcher
   void closeHandle(void* handle) noexcept;
+  void* makeHandle(HandleKind kind, int object) { return handles_.make(kind, object, process_.run); }
+  void beginReplacement(const std::wstring& path, std::string_view contents);  // before the target changes
   void recordReplacement(const std::wstring& path, std::string_view contents);
 
   Process& createProcess(const Start& start, int inheritedFile);
@@ -240,8 +302,10 @@ class SimOs {
   struct ProcessState {
     int run = 0;
     std::uint32_t pid = 4312;
+    bool runsLaunchSequence = false;  // the whole of it, not a part that a test calls
+    bool goesOnFromCopy = false;      // it has read "boot-v1.previous.json" and not written "boot-v1.json" since
     bool contained = false;
-    bool boxOpened = false;
+    int box = -1;  // index of its box; -1: none was opened
     std::vector<std::string> noticesGiven;
   };
   ProcessState& process() { return process_; }
@@ -251,28 +315,29 @@ class SimOs {
   const std::vector<std::wstring>& environment() const { return environment_; }
   std::wstring executablePath() const;
   std::uint64_t randomBits() { return random_(); }
-  void recordLine(std::string_view text) { lines_.push_back({now(), std::string(text)}); }
+  void recordLine(std::string_view text) { lines_.push_back({now(), std::string(text), process_.run}); }
   void openBox(const std::string& text);
   Box* openedBox();  // of this process; null where none was opened
 
  private:
-  static constexpr std::uint64_t fileTimeAtZero = 134'000'000'000'000'000;  // a day in 2025
-
   struct Script {
     std::string slot;
     RuntimeScript script;
     int starts = 0;
   };
 
+  std::uint32_t faultFor(Call call, std::wstring_view path);
   void beginProcess();
   void endLauncherProcess();
   void finishRun();
   void changePoint();
   [[noreturn]] void runAway(const std::string& why);
   void checkNothingLeftOpen();
+  void requirePreviousCopy(const std::wstring& path, std::string_view contents);
 
   Disk disk_;
   SimClock clock_;
+  std::uint64_t fileTimeAtZero_ = 134'000'000'000'000'000;  // a day in 2025
   OpenFiles openFiles_;
   HandleTable handles_;
   ProcessTable processes_;
@@ -308,6 +373,17 @@ class SimOs {
   std::vector<Replacement> replacements_;
   std::vector<std::string> problems_;
   bool checksStateLock_ = true;
+  bool tracing_ = true;
+  int lastRun_ = 0;
+  std::uint32_t lastPid_ = 4312;
+  std::uint64_t failedCall_ = forever;
+  std::uint32_t failedCallCode_ = 0;
+  Outage outage_ = Outage::everything;
+  std::uint64_t outageFrom_ = forever;
+  std::uint64_t outageMs_ = 0;
+  std::uint64_t outageUntil_ = forever;
+  Observer nobody_;
+  Observer* observer_ = &nobody_;
 };
 
 }  // namespace launcher_stub::sim

@@ -1,4 +1,5 @@
 // The machine's files as tests and other processes work with them, and the layout of an installation.
+#include <algorithm>
 #include <utility>
 
 #include "tests/simulation/sim_os.h"
@@ -56,7 +57,11 @@ void SimOs::install(const std::string& slot, RuntimeScript script) {
   const std::wstring executable = slotPath(slot, L"entry-v1.exe");
   writeFile(executable, "executable of " + slot);
   if (slot != "seed") writeFile(slotPath(slot, L"COMPLETE-v1"), "");
-  scripts_[disk_.resolvedKey(executable)] = {slot, std::move(script)};
+  setScript(slot, std::move(script));
+}
+
+void SimOs::setScript(const std::string& slot, RuntimeScript script) {
+  scripts_[disk_.resolvedKey(slotPath(slot, L"entry-v1.exe"))] = {slot, std::move(script)};
 }
 
 std::string SimOs::slotOf(const std::wstring& executable) const {
@@ -68,6 +73,7 @@ void SimOs::writeFile(const std::wstring& path, std::string_view contents) {
   disk_.makeDirectories(parentOf(path), fileTime());
   const std::uint32_t error = write(path, contents);
   if (error != 0) problem("the test could not write " + printable(path) + ": error " + std::to_string(error));
+  if (!running_) disk_.settle();  // prepared long before
 }
 
 std::uint32_t SimOs::write(const std::wstring& path, std::string_view contents) {
@@ -136,11 +142,31 @@ void SimOs::holdFor(const std::wstring& path, std::uint64_t ms, Access share) {
 }
 
 bool SimOs::launcherHolds(std::wstring_view fileName) {
-  for (const HandleEntry* entry : handles_.openHandles()) {
-    const OpenFile* file = entry->kind == HandleKind::file ? openFiles_.find(entry->object) : nullptr;
-    if (file != nullptr && pathMatches(file->key, fileName)) return true;
-  }
-  return false;
+  return handles_.anyOpenFile(process_.run, [&](int number) {
+    const OpenFile* file = openFiles_.find(number);
+    return file != nullptr && pathMatches(file->key, fileName);
+  });
+}
+
+void SimOs::beginReplacement(const std::wstring& path, std::string_view contents) {
+  requireStateLock(path, "replaced");
+  requirePreviousCopy(path, contents);
+  observer_->replaces(path, contents);
+}
+
+// A higher generation may only be written when the state in force is safe in the previous copy. In force is what
+// "boot-v1.json" says or, where it says nothing or could not be read for a moment, the previous copy itself.
+void SimOs::requirePreviousCopy(const std::wstring& path, std::string_view contents) {
+  if (!process_.runsLaunchSequence || process_.goesOnFromCopy) return;
+  if (lastElementOf(pathKey(path)) != L"boot-v1.json") return;
+  if (lastElementOf(parentOf(parentOf(pathKey(path)))) == L"attempts") return;
+  const std::optional<BootState> inForce = stateIn(read(path));
+  const std::optional<BootState> next = stateIn(std::string(contents));
+  if (!inForce || !next || next->generation <= inForce->generation || next->recovered != inForce->recovered) return;
+  const std::wstring copy = parentOf(path) + L"\\boot-v1.previous.json";
+  const std::wstring key = disk_.resolvedKey(copy);
+  const bool safe = std::ranges::none_of(disk_.unsettled(), [&](const UnsettledChange& one) { return one.key == key; });
+  if (stateIn(read(copy)) != inForce || !safe) problem("a generation is raised before the previous copy is safe");
 }
 
 // The root of a state file: its directory, or, for an attempt's record, the one above "attempts".
@@ -153,8 +179,12 @@ void SimOs::requireStateLock(const std::wstring& path, std::string_view what) {
   }
   std::wstring root = parentOf(key);
   if (lastElementOf(parentOf(root)) == L"attempts") root = parentOf(parentOf(root));
-  if (!launcherHolds(disk_.resolvedKey(root + L"\\state.lock")))
-    problem(std::string(what) + " " + printable(path) + " without state.lock");
+  const auto requireLock = [&](const wchar_t* lock) {
+    if (launcherHolds(disk_.resolvedKey(root + L"\\" + lock))) return;
+    problem(std::string(what) + " " + printable(path) + " without " + printable(lock));
+  };
+  requireLock(L"state.lock");
+  if (process_.runsLaunchSequence) requireLock(L"launch.lock");
 }
 
 }  // namespace launcher_stub::sim

@@ -31,6 +31,7 @@ Process& SimOs::createProcess(const Start& start, int inheritedFile) {
 void SimOs::resume(std::uint32_t pid) {
   Process& process = *processes_.find(pid);
   process.suspended = false;
+  if (process.job == 0 || !processes_.job(process.job).killOnClose) problem("a child runs outside its job");
   const Start start = starts_[static_cast<std::size_t>(process.start)];
   Script& script = scripts_[disk_.resolvedKey(start.executable)];
   if (!script.script) {
@@ -39,6 +40,7 @@ void SimOs::resume(std::uint32_t pid) {
   }
   const Runtime runtime = script.script(++script.starts);
   process.survivesTermination = runtime.lingersMs();
+  observer_->starts(start);
   RunningRuntime self(*this, start, script.starts);
   for (const Runtime::Step& step : runtime.steps()) {
     after(step.at, [self, act = step.act]() mutable {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "os/error_box.h"
+#include "tests/simulation/sim_inside.h"
 #include "tests/simulation/sim_os.h"
 #include "tests/simulation/sim_paths.h"
 
@@ -18,9 +19,13 @@ constexpr std::uint32_t pidStep = 4;
 }  // namespace
 
 int SimOs::runProcess(const std::function<int()>& launchSequence) {
+  const InsidePlatform inside;
   beginProcess();
   try {
-    outcome_.exitCode = launchSequence();
+    {
+      const OutsidePlatform outside;
+      outcome_.exitCode = launchSequence();
+    }
     outcome_.returnedAt = now();
     checkNothingLeftOpen();
     if (outcome_.exitCode != 0) os::waitForErrorBox(boxWaitMs);
@@ -39,17 +44,33 @@ int SimOs::runProcess(const std::function<int()>& launchSequence) {
   return outcome_.exitCode;
 }
 
+RunOutcome SimOs::runSecondLauncher() {
+  const ProcessState first = process_;
+  const RunOutcome firstOutcome = outcome_;
+  const bool firstRunning = std::exchange(running_, false);
+  const std::uint64_t firstKillAtCall = std::exchange(killAtCall_, forever);
+  const std::uint64_t firstKillAtChangePoint = std::exchange(killAtChangePoint_, forever);
+  process_ = {};  // no process of its own yet: nothing that is open belongs to it
+
+  (void)runLauncher();  // its outcome says more
+
+  process_ = first;
+  running_ = firstRunning;
+  killAtCall_ = firstKillAtCall;
+  killAtChangePoint_ = firstKillAtChangePoint;
+  return std::exchange(outcome_, firstOutcome);
+}
+
 void SimOs::beginProcess() {
   checkNothingLeftOpen();
-  process_.run += 1;
-  process_.pid += pidStep;
-  process_.contained = false;
-  process_.boxOpened = false;
-  process_.noticesGiven.clear();
+  process_ = {};
+  process_.run = ++lastRun_;
+  process_.pid = lastPid_ += pidStep;
   outcome_ = {};
   outcome_.startedAt = now();
   running_ = true;
   note("launcher starts", {}, "run " + std::to_string(process_.run));
+  observer_->launcherStarts();
 }
 
 // An uncaught exception ends the process without waiting for a box, a kill all the more.
@@ -66,13 +87,14 @@ void SimOs::finishRun() {
     outcome_.processEndedAt = box->closesAt;
     if (box->closesAt != forever) advance(box->closesAt - now());
   }
-  process_.boxOpened = false;
+  process_.box = -1;
   note("launcher ended", {}, "code " + std::to_string(outcome_.exitCode) + (outcome_.killed ? ", killed" : ""));
+  observer_->launcherEnded(outcome_);
 }
 
 // What the system does when a process ends, for whatever reason.
 void SimOs::endLauncherProcess() {
-  for (HandleEntry* entry : handles_.openHandles()) {
+  for (HandleEntry* entry : handles_.openHandles(process_.run)) {
     // Not `closeHandle` on its own: an owner that is still to be unwound closes it once more.
     closeHandle(handles_.handleOf(*entry));
     entry->bySystem = entry->owned;
@@ -104,7 +126,7 @@ void SimOs::killLauncherAt(std::uint64_t ms) {
 
 void SimOs::checkNothingLeftOpen() {
   if (dead_) return;
-  for (HandleEntry* entry : handles_.openHandles()) {
+  for (HandleEntry* entry : handles_.openHandles(process_.run)) {
     const OpenFile* file = entry->kind == HandleKind::file ? openFiles_.find(entry->object) : nullptr;
     problem("a handle is left open: " + HandleTable::describe(*entry) +
             (file != nullptr ? " " + printable(file->key) : std::string()));
@@ -116,11 +138,15 @@ void SimOs::checkNothingLeftOpen() {
 std::wstring SimOs::executablePath() const { return executablePath_ ? *executablePath_ : installPath(L"launcher.exe"); }
 
 void SimOs::openBox(const std::string& text) {
-  process_.boxOpened = true;
-  boxes_.push_back({now(), boxStaysOpenFor_ == forever ? forever : now() + boxStaysOpenFor_, text});
+  process_.box = static_cast<int>(boxes_.size());
+  boxes_.push_back({now(), boxStaysOpenFor_ == forever ? forever : now() + boxStaysOpenFor_, text, process_.run});
 }
 
-Box* SimOs::openedBox() { return process_.boxOpened && !boxes_.empty() ? &boxes_.back() : nullptr; }
+Box* SimOs::openedBox() {
+  return process_.box >= 0 && process_.box < static_cast<int>(boxes_.size())
+             ? &boxes_[static_cast<std::size_t>(process_.box)]
+             : nullptr;
+}
 
 void SimOs::closeBox() {
   Box* box = openedBox();

@@ -12,6 +12,14 @@ wchar_t folded(wchar_t character) {
   return character == L'/' ? L'\\' : character;
 }
 
+// Where the last separator stands; `npos` for none.
+std::size_t lastSeparator(std::wstring_view path) {
+  for (std::size_t i = path.size(); i-- > 0;) {
+    if (isSeparator(path[i])) return i;
+  }
+  return std::wstring_view::npos;
+}
+
 // `pattern` against the whole of `text`, both folded.
 bool wildcardMatch(std::wstring_view text, std::wstring_view pattern) {
   if (pattern.empty()) return text.empty();
@@ -25,31 +33,45 @@ bool wildcardMatch(std::wstring_view text, std::wstring_view pattern) {
   return !text.empty() && text.front() == pattern.front() && wildcardMatch(text.substr(1), pattern.substr(1));
 }
 
+// A quick look at the ends, before the first separator or wildcard from behind: true where they differ already.
+bool lastElementsDiffer(std::wstring_view path, std::wstring_view pattern) {
+  while (!path.empty() && !pattern.empty()) {
+    const wchar_t wanted = pattern.back();
+    if (wanted == L'*' || isSeparator(wanted) || isSeparator(path.back())) return false;
+    if (folded(wanted) != folded(path.back())) return true;
+    path.remove_suffix(1);
+    pattern.remove_suffix(1);
+  }
+  return false;
+}
+
 }  // namespace
 
 std::wstring pathKey(std::wstring_view path) {
-  std::wstring key;
-  key.reserve(path.size());
+  std::wstring key(path.size(), L'\0');
+  wchar_t* end = key.data();  // written through a pointer: no other function is called as often
   for (const wchar_t character : path) {
-    if (isSeparator(character) && !key.empty() && key.back() == L'\\') continue;
-    key += folded(character);
+    if (isSeparator(character) && end != key.data() && end[-1] == L'\\') continue;
+    *end++ = folded(character);
   }
-  if (!key.empty() && key.back() == L'\\') key.pop_back();
+  if (end != key.data() && end[-1] == L'\\') --end;
+  key.resize(static_cast<std::size_t>(end - key.data()));
   return key;
 }
 
 std::wstring parentOf(std::wstring_view path) {
-  const std::size_t separator = path.find_last_of(L"\\/");
+  const std::size_t separator = lastSeparator(path);
   return separator == std::wstring_view::npos ? std::wstring() : std::wstring(path.substr(0, separator));
 }
 
 std::wstring lastElementOf(std::wstring_view path) {
-  const std::size_t separator = path.find_last_of(L"\\/");
+  const std::size_t separator = lastSeparator(path);
   return std::wstring(separator == std::wstring_view::npos ? path : path.substr(separator + 1));
 }
 
 bool pathMatches(std::wstring_view path, std::wstring_view pattern) {
   if (pattern.empty()) return true;
+  if (lastElementsDiffer(path, pattern)) return false;
   const std::wstring wanted = pathKey(pattern);
   std::wstring key = pathKey(path);
   for (std::wstring_view rest = key;;) {
