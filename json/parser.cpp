@@ -1,10 +1,14 @@
 #include "json/parser.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <utility>
 
+#include "json/document_memory.h"
+#include "json/member_order.h"
 #include "json/messages.h"
 
 namespace launcher_stub {
@@ -37,8 +41,10 @@ bool takeText(JsonCursor& cursor, std::string_view text) {
   return true;
 }
 
+bool isWhitespace(char byte) { return byte == ' ' || byte == '\t' || byte == '\n' || byte == '\r'; }
+
 void skipWhitespace(JsonCursor& cursor) {
-  while (takeByte(cursor, ' ') || takeByte(cursor, '\t') || takeByte(cursor, '\n') || takeByte(cursor, '\r')) {}
+  while (!atEnd(cursor) && isWhitespace(cursor.data[cursor.position])) ++cursor.position;
 }
 
 // --- Strings ---
@@ -51,71 +57,71 @@ char toByte(std::uint32_t code) { return static_cast<char>(static_cast<unsigned 
 
 char continuationByte(std::uint32_t bits) { return toByte(0x80 | (bits & 0x3F)); }
 
-void appendCodePoint(std::uint32_t code, std::string& bytes) {
+void appendCodePoint(std::uint32_t code, char*& out) {
   if (code < 0x80) {
-    bytes += toByte(code);
+    *out++ = toByte(code);
     return;
   }
   if (code < 0x800) {
-    bytes += toByte(0xC0 | code >> 6);
+    *out++ = toByte(0xC0 | code >> 6);
   } else {
     if (code < 0x10000) {
-      bytes += toByte(0xE0 | code >> 12);
+      *out++ = toByte(0xE0 | code >> 12);
     } else {
-      bytes += toByte(0xF0 | code >> 18);
-      bytes += continuationByte(code >> 12);
+      *out++ = toByte(0xF0 | code >> 18);
+      *out++ = continuationByte(code >> 12);
     }
-    bytes += continuationByte(code >> 6);
+    *out++ = continuationByte(code >> 6);
   }
-  bytes += continuationByte(code);
+  *out++ = continuationByte(code);
 }
 
 // Both of these are entered behind the first "\u".
-bool appendSurrogatePair(JsonCursor& cursor, std::uint32_t high, std::string& bytes) {
+bool appendSurrogatePair(JsonCursor& cursor, std::uint32_t high, char*& out) {
   if (!takeText(cursor, "\\u")) return fail(cursor, messages::missingLowSurrogate);
   std::uint32_t low = 0;
   if (!readHex4(cursor, low)) return false;
   if (!isLowSurrogate(low)) return fail(cursor, messages::badLowSurrogate);
-  appendCodePoint(0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00), bytes);
+  appendCodePoint(0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00), out);
   return true;
 }
 
-bool appendUnicodeEscape(JsonCursor& cursor, std::string& bytes) {
+bool appendUnicodeEscape(JsonCursor& cursor, char*& out) {
   std::uint32_t code = 0;
   if (!readHex4(cursor, code)) return false;
-  if (isHighSurrogate(code)) return appendSurrogatePair(cursor, code, bytes);
+  if (isHighSurrogate(code)) return appendSurrogatePair(cursor, code, out);
   if (isLowSurrogate(code)) return fail(cursor, messages::unpairedLowSurrogate);
-  appendCodePoint(code, bytes);
+  appendCodePoint(code, out);
   return true;
 }
 
 // Entered behind the backslash.
-bool appendEscape(JsonCursor& cursor, std::string& bytes) {
+bool appendEscape(JsonCursor& cursor, char*& out) {
   if (atEnd(cursor)) return fail(cursor, messages::badEscape);
   const char letter = cursor.data[cursor.position++];
   switch (letter) {
     case '"':
     case '\\':
     case '/':
-      bytes += letter;
+      *out++ = letter;
       return true;
     case 'b':
-      bytes += '\b';
+      *out++ = '\b';
       return true;
     case 'f':
-      bytes += '\f';
+      *out++ = '\f';
       return true;
     case 'n':
-      bytes += '\n';
+      *out++ = '\n';
       return true;
     case 'r':
-      bytes += '\r';
+      *out++ = '\r';
       return true;
     case 't':
-      bytes += '\t';
+      *out++ = '\t';
       return true;
     case 'u':
-      return appendUnicodeEscape(cursor, bytes);
+      return appendUnicodeEscape(cursor, out);
     default:
       return fail(cursor, messages::badEscape);
   }
@@ -137,7 +143,7 @@ std::optional<Utf8Form> utf8FormOf(unsigned char lead) {
 
 bool isEncodable(std::uint32_t code) { return code <= 0x10FFFF && !isHighSurrogate(code) && !isLowSurrogate(code); }
 
-bool appendUtf8Sequence(JsonCursor& cursor, std::string& bytes) {
+bool appendUtf8Sequence(JsonCursor& cursor, char*& out) {
   const std::string_view input = unread(cursor);
   const std::optional<Utf8Form> form = utf8FormOf(static_cast<unsigned char>(input[0]));
   if (!form || input.size() <= form->continuations) return fail(cursor, messages::invalidUtf8);
@@ -148,7 +154,7 @@ bool appendUtf8Sequence(JsonCursor& cursor, std::string& bytes) {
     code = code << 6 | (byte & 0x3Fu);
   }
   if (code < form->smallest || !isEncodable(code)) return fail(cursor, messages::invalidUtf8);
-  bytes.append(input.substr(0, 1 + form->continuations));
+  out = std::copy_n(input.data(), 1 + form->continuations, out);
   cursor.position += 1 + form->continuations;
   return true;
 }
@@ -160,23 +166,40 @@ bool isPlain(char byte) {
 }
 
 // At least one plain byte is there.
-void appendPlainRun(JsonCursor& cursor, std::string& bytes) {
-  const std::uint64_t start = cursor.position;
-  while (!atEnd(cursor) && isPlain(cursor.data[cursor.position])) ++cursor.position;
-  bytes.append(cursor.data + start, cursor.position - start);
+void appendPlainRun(JsonCursor& cursor, char*& out) {
+  const char* byte = cursor.data + cursor.position;
+  const char* const end = cursor.data + cursor.length;
+  char* copied = out;
+  while (byte != end && isPlain(*byte)) *copied++ = *byte++;
+  cursor.position += static_cast<std::uint64_t>(copied - out);
+  out = copied;
 }
 
 // One character, or all plain ones up to the next that is not: a run holds nothing that could fail, so testing the
 // length behind it finds the same fault as testing it behind each of its bytes.
-bool appendCharacters(JsonCursor& cursor, std::string& bytes) {
+bool appendCharacters(JsonCursor& cursor, char*& out) {
   const char byte = cursor.data[cursor.position];
   if (isPlain(byte)) {
-    appendPlainRun(cursor, bytes);
+    appendPlainRun(cursor, out);
     return true;
   }
-  if (takeByte(cursor, '\\')) return appendEscape(cursor, bytes);
+  if (takeByte(cursor, '\\')) return appendEscape(cursor, out);
   if (static_cast<unsigned char>(byte) < 0x20) return fail(cursor, messages::controlInString);
-  return appendUtf8Sequence(cursor, bytes);
+  return appendUtf8Sequence(cursor, out);
+}
+
+// Writes the string's bytes to `out` and moves it behind them. No character is longer than what stands for it in the
+// document, so the room needed is never more than the bytes read.
+bool decodeString(JsonCursor& cursor, char*& out) {
+  if (!expectByte(cursor, '"')) return fail(cursor, messages::expectedString);
+  if (atEnd(cursor)) return fail(cursor, messages::unterminatedString);
+  const char* const start = out;
+  while (!takeByte(cursor, '"')) {
+    if (!appendCharacters(cursor, out)) return false;
+    if (static_cast<std::uint64_t>(out - start) > kMaxStringBytes) return fail(cursor, messages::stringTooLong);
+    if (atEnd(cursor)) return fail(cursor, messages::unterminatedString);
+  }
+  return true;
 }
 
 // --- Numbers ---
@@ -201,75 +224,137 @@ bool skipExponent(JsonCursor& cursor) {
   return skipDigits(cursor);
 }
 
-bool parseNumber(JsonCursor& cursor, JsonValue& value) {
-  const std::uint64_t start = cursor.position;
+bool skipNumber(JsonCursor& cursor) {
   takeByte(cursor, '-');
-  if (!skipInteger(cursor) || !skipFraction(cursor) || !skipExponent(cursor)) {
-    return fail(cursor, messages::invalidNumber);
-  }
-  value = JsonValue(JsonNumber{std::string(cursor.data + start, cursor.position - start)});
-  return true;
+  if (skipInteger(cursor) && skipFraction(cursor) && skipExponent(cursor)) return true;
+  return fail(cursor, messages::invalidNumber);
 }
 
 // --- Values ---
 
-bool parseStringValue(JsonCursor& cursor, JsonValue& value) {
-  std::string bytes;
-  if (!parseJsonString(cursor, bytes)) return false;
-  value = JsonValue(std::move(bytes));
+// One parse: what is read, and where its values are built.
+struct Builder {
+  JsonCursor& cursor;
+  DocumentMemory memory;
+};
+
+// Every `value` that is to be read into is Null when it is handed over.
+bool parseValue(Builder& builder, JsonValue& value, int depth);
+
+// Null owns nothing that had to be destroyed first.
+template <typename Payload>
+void fill(JsonValue& value, Payload payload) {
+  std::construct_at(&value, std::move(payload));
+}
+
+bool parseText(Builder& builder, JsonText& text) {
+  char* const start = builder.memory.text();
+  if (!decodeString(builder.cursor, builder.memory.text())) return false;
+  text = JsonText(JsonText::lentBy(start, static_cast<std::size_t>(builder.memory.text() - start)));
   return true;
 }
 
-bool parseMember(JsonCursor& cursor, JsonObject& members, int depth) {
-  std::string key;
+bool parseStringValue(Builder& builder, JsonValue& value) {
+  JsonText text;
+  if (!parseText(builder, text)) return false;
+  fill(value, std::move(text));
+  return true;
+}
+
+bool parseNumber(Builder& builder, JsonValue& value) {
+  const char* const source = builder.cursor.data + builder.cursor.position;
+  if (!skipNumber(builder.cursor)) return false;
+  const char* const sourceEnd = builder.cursor.data + builder.cursor.position;
+  char* const start = builder.memory.text();
+  builder.memory.text() = std::copy(source, sourceEnd, start);
+  fill(value, JsonNumber{JsonText(JsonText::lentBy(start, static_cast<std::size_t>(sourceEnd - source)))});
+  return true;
+}
+
+bool parseMember(Builder& builder, int depth) {
+  JsonCursor& cursor = builder.cursor;
+  auto& member = builder.memory.push<JsonMember>();
   // Whatever is wrong with a key is reported as the object's fault.
-  if (!parseJsonString(cursor, key)) return fail(cursor, messages::objectSyntax);
+  if (!parseText(builder, member.key)) return fail(cursor, messages::objectSyntax);
   if (!expectByte(cursor, ':')) return fail(cursor, messages::objectSyntax);
-  JsonValue member;
-  if (!parseJsonValue(cursor, member, depth + 1)) return false;
-  const bool isNew = members.try_emplace(std::move(key), std::move(member)).second;
-  return isNew || fail(cursor, messages::duplicateKey);
+  return parseValue(builder, member.value, depth + 1);
+}
+
+// Entered in front of the first key. `complete` counts the members that are read completely.
+bool parseMembers(Builder& builder, int depth, std::size_t& complete) {
+  do {
+    if (!parseMember(builder, depth)) return false;
+    ++complete;
+  } while (expectByte(builder.cursor, ','));
+  return expectByte(builder.cursor, '}') || fail(builder.cursor, messages::objectSyntax);
 }
 
 // Entered behind the opening brace. `depth` is the object's own; the same holds for arrays.
-bool parseObject(JsonCursor& cursor, JsonValue& value, int depth) {
-  JsonObject members;
-  if (!expectByte(cursor, '}')) {
-    do {
-      if (!parseMember(cursor, members, depth)) return false;
-    } while (expectByte(cursor, ','));
-    if (!expectByte(cursor, '}')) return fail(cursor, messages::objectSyntax);
+//
+// A repeated key counts as found where its member ends, ahead of every fault behind it. Looking for it only here, once
+// and in sorted order, comes to the same: it replaces the message of whatever was found later, also of faults within
+// the values of this object.
+bool parseObject(Builder& builder, JsonValue& value, int depth) {
+  if (expectByte(builder.cursor, '}')) {
+    fill(value, JsonObject());
+    return true;
   }
-  value = JsonValue(std::move(members));
+  auto* const first = builder.memory.next<JsonMember>();
+  std::size_t complete = 0;
+  const bool isWellFormed = parseMembers(builder, depth, complete);
+  if (!sortMembers(first, complete, builder.memory.places())) return fail(builder.cursor, messages::duplicateKey);
+  if (!isWellFormed) return false;
+  fill(value, JsonObject(builder.memory.close(first)));
   return true;
 }
 
-bool parseArray(JsonCursor& cursor, JsonValue& value, int depth) {
-  JsonArray elements;
-  if (!expectByte(cursor, ']')) {
-    do {
-      JsonValue element;
-      if (!parseJsonValue(cursor, element, depth + 1)) return false;
-      elements.push_back(std::move(element));
-    } while (expectByte(cursor, ','));
-    if (!expectByte(cursor, ']')) return fail(cursor, messages::arraySyntax);
+bool parseArray(Builder& builder, JsonValue& value, int depth) {
+  if (expectByte(builder.cursor, ']')) {
+    fill(value, JsonArray());
+    return true;
   }
-  value = JsonValue(std::move(elements));
+  auto* const first = builder.memory.next<JsonValue>();
+  do {
+    if (!parseValue(builder, builder.memory.push<JsonValue>(), depth + 1)) return false;
+  } while (expectByte(builder.cursor, ','));
+  if (!expectByte(builder.cursor, ']')) return fail(builder.cursor, messages::arraySyntax);
+  fill(value, builder.memory.close(first));
   return true;
 }
 
 // A literal ends with its last letter, whatever follows: "truex" leaves an "x" that the caller has no place for.
 bool takeLiteral(JsonCursor& cursor, JsonValue& value) {
   if (takeText(cursor, "true")) {
-    value = JsonValue(true);
+    fill(value, true);
   } else if (takeText(cursor, "false")) {
-    value = JsonValue(false);
-  } else if (takeText(cursor, "null")) {
-    value = JsonValue();
+    fill(value, false);
   } else {
-    return false;
+    return takeText(cursor, "null");
   }
   return true;
+}
+
+bool parseValue(Builder& builder, JsonValue& value, int depth) {
+  JsonCursor& cursor = builder.cursor;
+  if (depth > kMaxJsonDepth) return fail(cursor, messages::depthExceeded);
+  skipWhitespace(cursor);
+  if (atEnd(cursor)) return fail(cursor, messages::missingValue);
+  switch (cursor.data[cursor.position]) {
+    case '"':
+      return parseStringValue(builder, value);
+    case '{':
+      ++cursor.position;
+      return parseObject(builder, value, depth);
+    case '[':
+      ++cursor.position;
+      return parseArray(builder, value, depth);
+    case 't':
+    case 'f':
+    case 'n':
+      return takeLiteral(cursor, value) || fail(cursor, messages::invalidNumber);
+    default:
+      return parseNumber(builder, value);
+  }
 }
 
 bool parseWholeInput(JsonCursor& cursor, JsonValue& value) {
@@ -289,24 +374,19 @@ bool parseJsonDocument(const char* data, std::uint64_t length, JsonValue& value,
 }
 
 bool parseJsonValue(JsonCursor& cursor, JsonValue& value, int depth) {
-  if (depth > kMaxJsonDepth) return fail(cursor, messages::depthExceeded);
-  skipWhitespace(cursor);
-  if (atEnd(cursor)) return fail(cursor, messages::missingValue);
-  if (nextIs(cursor, '"')) return parseStringValue(cursor, value);
-  if (expectByte(cursor, '{')) return parseObject(cursor, value, depth);
-  if (expectByte(cursor, '[')) return parseArray(cursor, value, depth);
-  return takeLiteral(cursor, value) || parseNumber(cursor, value);
+  Builder builder{cursor, DocumentMemory(cursor.length - cursor.position)};
+  JsonValue parsed;
+  if (!parseValue(builder, parsed, depth)) return false;
+  // Without items of its own the value could not own the memory that its text is in; its copy owns what it needs.
+  value = builder.memory.isOwner() ? JsonValue(std::as_const(parsed)) : std::move(parsed);
+  return true;
 }
 
 bool parseJsonString(JsonCursor& cursor, std::string& bytes) {
-  if (!expectByte(cursor, '"')) return fail(cursor, messages::expectedString);
-  if (atEnd(cursor)) return fail(cursor, messages::unterminatedString);
-  bytes.clear();
-  while (!takeByte(cursor, '"')) {
-    if (!appendCharacters(cursor, bytes)) return false;
-    if (bytes.size() > kMaxStringBytes) return fail(cursor, messages::stringTooLong);
-    if (atEnd(cursor)) return fail(cursor, messages::unterminatedString);
-  }
+  bytes.resize(cursor.length - cursor.position);
+  char* out = bytes.data();
+  if (!decodeString(cursor, out)) return false;
+  bytes.resize(static_cast<std::size_t>(out - bytes.data()));
   return true;
 }
 

@@ -44,7 +44,7 @@ std::string stateRootOfNewerBootstrap(std::string_view document) {
   const JsonValue* root = asObject(&value);
   if (root == nullptr) return {};
   const JsonValue* stateRoot = asString(findMember(*root->object(), "stateRoot"));
-  return stateRoot != nullptr ? *stateRoot->string() : std::string();
+  return stateRoot != nullptr ? std::string(*stateRoot->string()) : std::string();
 }
 
 // None: the failure has been shown.

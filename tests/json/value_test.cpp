@@ -13,7 +13,7 @@ namespace {
 
 std::vector<std::string> keysInOrder(const JsonObject& members) {
   std::vector<std::string> keys;
-  for (const auto& member : members) keys.push_back(member.first);
+  for (const auto& member : members) keys.push_back(member.key);
   return keys;
 }
 
@@ -141,7 +141,7 @@ TEST(findMember, givesTheValueUnderExactlyThatKey) {
   EXPECT_EQ(*findMember(members, "slot"), number("1"));
   EXPECT_EQ(*findMember(members, "slot.name"), number("2"));
   EXPECT_EQ(*findMember(members, ""), number("3"));
-  EXPECT_EQ(findMember(members, "slot"), &members.find("slot")->second);
+  EXPECT_EQ(findMember(members, "slot"), &members.find("slot")->value);
 }
 
 TEST(findMember, givesNoneForAnyOtherKey) {

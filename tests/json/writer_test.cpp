@@ -168,7 +168,7 @@ class RandomValues {
 
   JsonValue makeObject(int depth) {
     JsonObject members;
-    for (int left = below(4); left > 0; --left) members.insert_or_assign(makeText(), make(depth + 1));
+    for (int left = below(4); left > 0; --left) members.try_emplace(makeText(), make(depth + 1));
     return JsonValue(std::move(members));
   }
 
