@@ -16,7 +16,8 @@ def outcome(case):
 
 
 def read_reports(directory, counts):
-    platform = "Windows" if "windows" in str(directory) else "native"
+    name = str(directory)
+    platform = "Windows" if "windows" in name else "optimised" if "release" in name else "native"
     for report in sorted(directory.glob("*.xml")):
         layer = report.stem.split("_")[0]
         for case in ElementTree.parse(report).getroot().iter("testcase"):
@@ -33,10 +34,10 @@ def main():
     for name in sys.argv[1:]:
         read_reports(pathlib.Path(name), counts)
     totals = collections.Counter()
-    print(f"\n{'layer':<12} {'platform':<9} {'passed':>7} {'failed':>7} {'skipped':>8}")
+    print(f"\n{'layer':<12} {'platform':<10} {'passed':>7} {'failed':>7} {'skipped':>8}")
     for (layer, platform), count in sorted(counts.items()):
         totals.update(count)
-        print(f"{layer:<12} {platform:<9} {count['passed']:>7} {count['failed']:>7} {count['skipped']:>8}")
+        print(f"{layer:<12} {platform:<10} {count['passed']:>7} {count['failed']:>7} {count['skipped']:>8}")
     summary = f"{totals['passed']} passed, {totals['failed']} failed"
     if totals["skipped"]:
         summary += f", {totals['skipped']} skipped"

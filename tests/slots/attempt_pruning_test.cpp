@@ -205,6 +205,18 @@ TEST(pruneAttempts, doesNotKeepWhatHasNoReadableTime) {
   EXPECT_EQ(attempts.left(), Names{L"aaaa"});
 }
 
+// An unread time is not a time of 0, which would be good enough where nothing newer is there.
+TEST(pruneAttempts, doesNotKeepTheOnlyOtherOneWhereItHasNoReadableTime) {
+  Attempts attempts;
+  attempts.add(L"aaaa", 10);
+  attempts.add(L"current", 20);
+  attempts.sim.fail(Call::entryTime, L"aaaa");
+
+  attempts.prune();
+
+  EXPECT_EQ(attempts.left(), Names{L"current"});
+}
+
 TEST(pruneAttempts, looksAnewInItsSecondPass) {
   Attempts attempts;
   attempts.add(L"aaaa", 10);

@@ -144,6 +144,13 @@ TEST(selectRuntime, fallsFromActiveToPreviousToSeed) {
          m.failedThisRun.insert("aaaa");
        },
        "seed", 3},
+      {"previous is also the candidate, whose starts are used up",
+       [](LauncherModel& m) {
+         m.state.active.reset();
+         m.state.candidate = "bbbb";
+         m.state.attemptCount = 3;
+       },
+       "bbbb", 2},
       {"neither active nor previous",
        [](LauncherModel& m) {
          m.state.active.reset();
