@@ -26,7 +26,10 @@ class JsonSequence {
       : first_(std::exchange(other.first_, nullptr)),
         size_(std::exchange(other.size_, 0)),
         capacity_(std::exchange(other.capacity_, 0)) {}
-  JsonSequence& operator=(const JsonSequence& other) { return *this = JsonSequence(other); }
+  JsonSequence& operator=(const JsonSequence& other) {
+    if (this != &other) *this = JsonSequence(other);
+    return *this;
+  }
   JsonSequence& operator=(JsonSequence&& other) noexcept {
     JsonSequence taken(std::move(other));
     std::swap(first_, taken.first_);

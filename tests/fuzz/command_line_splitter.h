@@ -1,6 +1,7 @@
 // The rules by which the system splits a command line, written down a second time for tests.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <string_view>

@@ -19,7 +19,11 @@ Node makeNode(NodeKind kind, std::wstring_view path, std::uint64_t time) {
 }
 
 // The system takes no such name, and says so by an error of its own.
-bool isImpossible(std::wstring_view path) { return path.find_first_of(L"<>\"|?*") != std::wstring_view::npos; }
+bool isImpossible(std::wstring_view path) {
+  return std::ranges::any_of(path, [](wchar_t c) {  // asked in every tick that finds no marker
+    return c == L'<' || c == L'>' || c == L'"' || c == L'|' || c == L'?' || c == L'*';
+  });
+}
 
 std::wstring_view withoutTrailingSeparators(std::wstring_view path) {
   while (!path.empty() && (path.back() == L'\\' || path.back() == L'/')) path.remove_suffix(1);

@@ -4,6 +4,9 @@
 #include "os/durable_file.h"
 #include "os/file_status.h"
 #include "os/lock_file.h"
+#include "os/log.h"
+#include "os/random.h"
+#include "tests/simulation/sim_inside.h"
 #include "tests/simulation/sim_os.h"
 
 namespace launcher_stub::sim {
@@ -34,6 +37,17 @@ TEST(outage, strikesEveryCallForItsTime) {
   EXPECT_EQ(os::pathStatus(file), os::PathStatus::other);
 }
 
+TEST(outage, ofFilesLeavesChanceAndTheReportsAlone) {
+  SimOs sim;
+  sim.writeFile(file, "text");
+  sim.failAllFromCall(1, forever, Outage::files);
+
+  os::logLine("heard");
+  EXPECT_EQ(os::randomHexDigits().size(), 32u);
+  EXPECT_EQ(os::pathStatus(file), os::PathStatus::unknown);
+  EXPECT_EQ(sim.lines(), std::vector<std::string>{"heard"});
+}
+
 TEST(outage, endsWithTheFaults) {
   SimOs sim;
   sim.writeFile(file, "text");
@@ -48,6 +62,23 @@ TEST(errorsOf, namesErrorsForWhateverIsNoSumOfOtherCalls) {
   EXPECT_EQ(errorsOf(Call::createTemporary).front(), win32::diskFull);
   EXPECT_TRUE(errorsOf(Call::replace).empty());
   EXPECT_TRUE(errorsOf(Call::sleep).empty());
+}
+
+TEST(insidePlatform, isTrueInItsBodiesAndNotInTheCodeUnderTest) {
+  SimOs sim;
+  bool inCall = false;
+  bool inSequence = true;
+  sim.before(Call::status, L"", [&] { inCall = insidePlatform(); });
+
+  sim.runProcess([&] {
+    inSequence = insidePlatform();
+    (void)os::pathStatus(file);  // for its hook alone
+    return 0;
+  });
+
+  EXPECT_TRUE(inCall);
+  EXPECT_FALSE(inSequence);
+  EXPECT_FALSE(insidePlatform());
 }
 
 // The second launcher starts when the first one's runtime has been running for a second.

@@ -78,7 +78,7 @@ std::uint32_t SimOs::begin(Call call, std::wstring_view path) {
 std::uint32_t SimOs::faultFor(Call call, std::wstring_view path) {
   if (log_.total() == failedCall_) return failedCallCode_;
   if (log_.total() >= outageFrom_) {
-    if (outageUntil_ == forever) outageUntil_ = now() + outageMs_;
+    if (outageUntil_ == forever && outageMs_ < forever - now()) outageUntil_ = now() + outageMs_;
     const bool struck = outage_ == Outage::everything || isOfFiles(call);
     if (struck && now() < outageUntil_ && !errorsOf(call).empty()) return errorsOf(call).front();
   }

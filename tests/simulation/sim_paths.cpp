@@ -48,14 +48,20 @@ bool lastElementsDiffer(std::wstring_view path, std::wstring_view pattern) {
 }  // namespace
 
 std::wstring pathKey(std::wstring_view path) {
+  // No other function is called as often: one call of the platform asks several times for the same path.
+  thread_local std::wstring lastPath;
+  thread_local std::wstring lastKey;
+  if (path == lastPath) return lastKey;
   std::wstring key(path.size(), L'\0');
-  wchar_t* end = key.data();  // written through a pointer: no other function is called as often
+  wchar_t* end = key.data();
   for (const wchar_t character : path) {
     if (isSeparator(character) && end != key.data() && end[-1] == L'\\') continue;
     *end++ = folded(character);
   }
   if (end != key.data() && end[-1] == L'\\') --end;
   key.resize(static_cast<std::size_t>(end - key.data()));
+  lastPath = path;
+  lastKey = key;
   return key;
 }
 
