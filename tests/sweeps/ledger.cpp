@@ -465,7 +465,9 @@ void Ledger::checkOutcome(const sim::RunOutcome& outcome) {
   if (box == "No runnable runtime") return ends("no runnable runtime", code == 1);
   if (box == "generation overflow") return ends("generation overflow", code == 1);
   if (!run().running && boxed) {
-    return ends("failed before the first start", code == 1 && (box != "cannot acquire launch lease" || !leaseIsHeld()));
+    // A held lease is silent, unless the try to take it failed for another reason.
+    const bool mayComplain = !leaseIsHeld() || hasFailed({sim::Call::lockTry});
+    return ends("failed before the first start", code == 1 && (box != "cannot acquire launch lease" || mayComplain));
   }
   if (!run().running && code == 0) {
     return ends("another launcher holds the lease", std::ranges::all_of(lines, isNotice) && !boxed && leaseIsHeld());
