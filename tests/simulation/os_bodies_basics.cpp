@@ -90,6 +90,7 @@ void containThisProcess() {
   SimOs& sim = SimOs::current();
   const std::uint32_t error = sim.begin(Call::containProcess);
   sim.process().contained = sim.process().contained || error == 0;
+  sim.process().containmentRefused = error != 0;
   sim.note(Call::containProcess, {}, error == 0 ? "" : "refused");
 }
 

@@ -305,7 +305,8 @@ class SimOs {
     bool runsLaunchSequence = false;  // the whole of it, not a part that a test calls
     bool goesOnFromCopy = false;      // it has read "boot-v1.previous.json" and not written "boot-v1.json" since
     bool contained = false;
-    int box = -1;  // index of its box; -1: none was opened
+    bool containmentRefused = false;  // the system would not put it into a job of its own
+    int box = -1;                     // index of its box; -1: none was opened
     std::vector<std::string> noticesGiven;
   };
   ProcessState& process() { return process_; }

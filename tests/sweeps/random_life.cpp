@@ -60,6 +60,7 @@ class RandomLife {
   void markRequest();
   void markLines();
   void endLaunch();
+  void endSuspendedChildren();
   void keepTrace();
   void addDisk();
 
@@ -207,10 +208,20 @@ void RandomLife::markLines() {
   if (!scene_.machine->boxes().empty()) scene_.mark("error box shown");
 }
 
+// Such a child holds the lease until somebody ends it.
+void RandomLife::endSuspendedChildren() {
+  for (const std::uint32_t pid : scene_.machine->processes().living()) {
+    if (!scene_.machine->processes().find(pid)->suspended) continue;
+    scene_.mark("suspended child left where containment was refused");
+    scene_.machine->endProcess(pid, 1);
+  }
+}
+
 // What the launch was like, for the digest; what was wrong with it; what it has reached.
 void RandomLife::endLaunch() {
   SimOs& machine = *scene_.machine;
   markLines();
+  if (machine.lastRun().killed) endSuspendedChildren();
   for (const std::string& name : scene_.ledger->takeReached()) scene_.mark(name);
   digest_.add(machine.calls());
   digest_.add(machine.now());

@@ -206,6 +206,12 @@ void rejectionWithAFullList(SimOs& machine) {
   for (int i = 0; i < 64; ++i) state.rejected.push_back("dd" + std::to_string(10 + i));
   machine.writeBootState(state);
 }
+void candidateOnTheRejectedList(SimOs& machine) {
+  prepareTrial(machine, 1, soaks());
+  BootState state = onTrial(1);
+  state.rejected = {"bbbb"};
+  machine.writeBootState(state);
+}
 void foreignDeliveryOfAUsedUpCandidate(SimOs& machine) {
   prepareTrial(machine, 3, works());
   machine.writeDelivery("seed", 'a');
@@ -424,6 +430,7 @@ const std::vector<Scenario>& scenarios() {
       {"markers of others first", foreignMarkersFirst},
       {"promoted, then crashing", promotedAndThenCrashing},
       {"rejection with a full list", rejectionWithAFullList},
+      {"candidate on the rejected list", candidateOnTheRejectedList},
       {"used-up candidate of another delivery", foreignDeliveryOfAUsedUpCandidate},
       {"candidate that cannot start", candidateCannotStart},
       {"active slot incomplete", activeIncomplete},
