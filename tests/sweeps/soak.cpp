@@ -64,7 +64,7 @@ std::string replayCommand(const LifeReport& life) {
 
 // The failing life once more, with its trace.
 void show(const LifeReport& life) {
-  std::printf("FAILED in launch %llu of the life with seed %llu:\n%s%s\n%s\nto replay it: %s\n",
+  std::printf("in launch %llu of the life with seed %llu:\n%s%s\n%s\nto replay it: %s\n",
               static_cast<unsigned long long>(life.launches), static_cast<unsigned long long>(life.seed),
               life.findings.c_str(), life.plan.c_str(), life.trace.c_str(), replayCommand(life).c_str());
 }
@@ -154,7 +154,10 @@ class Watcher {
       launches_ += launches;
       machines_ += machines;
       ++lives_;
-      if (line.starts_with("fails")) failed_.push_back(seed);
+      if (!line.starts_with("fails")) return;
+      failed_.push_back(seed);
+      std::printf("FAILED in the life with seed %llu; to replay it: ./dev soak --replay %llu\n", seed, seed);
+      std::fflush(stdout);
     }
   }
 
