@@ -479,8 +479,9 @@ void Ledger::checkOutcome(const sim::RunOutcome& outcome) {
   if (box == "cannot write launcher state" && code == 1 && unheard) return ends("ended unheard", true);
   if (!run().running) return ends("ended without a start", false);
   const sim::Process* child = machine_.processOf(*run().running);
-  // Nor has such a run a word left for having nothing more to start, or no generation.
-  const bool noWordLeft = box == "cannot write launcher state" && code == 1 && child != nullptr && !child->alive;
+  // Nor has such a run a word left for having nothing more to start, no generation, or a tree that does not end.
+  const bool over = child != nullptr && (!child->alive || child->terminated);
+  const bool noWordLeft = box == "cannot write launcher state" && code == 1 && over;
   if (noWordLeft) return ends("ended after its one report", true);
   const bool codeUnknown = hasFailed({sim::Call::readExitCode});  // it then counts as 1
   const bool codeFits = child != nullptr && (code == static_cast<int>(child->exitCode) || (codeUnknown && code == 1));
