@@ -8,6 +8,8 @@
 extern "C" int wWinMain(void* instance, void* previousInstance, wchar_t* commandLine, int showCommand);
 
 extern "C" int wWinMain(void* instance, void* previousInstance, wchar_t* /*commandLine*/, int /*showCommand*/) {
+  // First of all: who can write beside the executable must not choose the code that runs in it.
+  launcher_stub::os::loadLibrariesFromSystemOnly();
   // An exception that arrives here ends the process without a word: the state on disk is whole, and the next start
   // decides anew.
   std::set_terminate([] { launcher_stub::os::endThisProcessQuietly(); });

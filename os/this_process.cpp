@@ -6,6 +6,8 @@
 
 namespace launcher_stub::os {
 
+void loadLibrariesFromSystemOnly() noexcept { (void)SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32); }
+
 void containThisProcess() {
   OwnedHandle job = createKillOnCloseJob();
   if (job == nullptr || !AssignProcessToJobObject(job.get(), GetCurrentProcess())) return;

@@ -5,6 +5,12 @@
 
 namespace launcher_stub::os {
 
+// From here on this process loads libraries from the system's folder alone, never from the folder of its executable or
+// the current directory. For those that the system itself loads later, and by bare name: the random source's, those of
+// the error box. The imports of the executable are loaded before any of its code runs; they are of the kind that the
+// loader takes from the system's folder anyway. Best effort: silent where the system refuses. No child inherits it.
+void loadLibrariesFromSystemOnly() noexcept;
+
 // Puts this process into a kill-on-close job of its own, so that a child which is not yet in its job cannot
 // outlive a launcher that is killed. Best effort: silent where the system refuses.
 void containThisProcess();

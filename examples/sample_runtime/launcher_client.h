@@ -34,7 +34,8 @@ bool readLaunch(Launch& launch);
 bool keepLeaseFromChildren(const Launch& launch);
 
 // "This program has started up": once the launcher has seen that (it looks every 250 ms), an end counts as a normal
-// end, whatever its exit code. Not for a candidate: until it is promoted any end without a restart request is a failure.
+// end, whatever its exit code. Not for a candidate: until it is promoted any end without a restart request is a
+// failure.
 bool writeReady(const Launch& launch);
 
 // "This program works": a candidate becomes the active slot 60 s later, if it still runs then.

@@ -87,8 +87,12 @@ int launchTreeAndSleep(const Arguments& arguments) {
   os::LockFile lease;
   if (!os::openLockFile(lease, arguments.at(0), os::LockWait::none)) return 2;
   os::ChildProcess child;
-  const os::ChildStart start{thisProgram(),     actionArguments(action::startTree, {arguments.at(1)}), L"i", L"s", L"a",
-                             lease.handle.get()};
+  const std::wstring program = thisProgram();
+  const std::vector<std::wstring> programArguments = actionArguments(action::startTree, {arguments.at(1)});
+  const std::wstring install = L"i";
+  const std::wstring slot = L"s";
+  const std::wstring attempt = L"a";
+  const os::ChildStart start{program, programArguments, install, slot, attempt, lease.handle.get()};
   if (!os::startChild(child, start)) return 3;
   return sleepUntilEnded();
 }

@@ -26,7 +26,8 @@ TEST(logLine, isWrittenWhenTheCallReturns) {
 
 TEST(logLine, losesTheLineWhereThereIsNoStream) {
   HANDLE previous = GetStdHandle(STD_ERROR_HANDLE);
-  for (HANDLE none : {HANDLE{nullptr}, INVALID_HANDLE_VALUE, reinterpret_cast<HANDLE>(std::uintptr_t{0x7F04})}) {
+  const HANDLE nobodysHandle = reinterpret_cast<HANDLE>(std::uintptr_t{0x7F04});
+  for (HANDLE none : std::vector<HANDLE>{nullptr, INVALID_HANDLE_VALUE, nobodysHandle}) {
     SetStdHandle(STD_ERROR_HANDLE, none);
     logLine("nobody hears this");
   }

@@ -246,6 +246,7 @@ class SimOs {
   void setTracing(bool tracing) { tracing_ = tracing; }  // off: faster; the trace stays empty
   bool tracing() const { return tracing_; }
   void observe(Observer* observer) { observer_ = observer; }
+  void observeNoLonger() { observer_ = &nobody_; }
   Observer& observer() { return *observer_; }
   void clearRecords();  // starts, lines, boxes, replacements, trace: for lives of thousands of runs
   void allowUnlockedWrites() { checksStateLock_ = false; }  // for tests of the file routines themselves

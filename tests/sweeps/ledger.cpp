@@ -75,10 +75,7 @@ Ledger::Ledger(SimOs& machine, History history) : machine_(machine), history_(st
   takeDiskAsGiven();
 }
 
-Ledger::~Ledger() {
-  static Observer nobody;
-  machine_.observe(&nobody);
-}
+Ledger::~Ledger() { machine_.observeNoLonger(); }
 
 void Ledger::broken(const std::string& promise) {
   violations_.push_back("at " + std::to_string(machine_.now()) + " ms: broken: " + promise);
