@@ -13,6 +13,7 @@ namespace {
 // The system's functions take their read-only arguments without const.
 template <typename T>
 T* unconst(const void* pointer) {
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the one place that does it
   return static_cast<T*>(const_cast<void*>(pointer));
 }
 
