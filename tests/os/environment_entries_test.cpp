@@ -93,6 +93,23 @@ TEST(composeEnvironmentBlock, putsDriveDirectoriesBetweenDigitsAndLetters) {
             (Entries{L"9=1", L"=C:=C:\\y", L"=D:=D:\\", L"a=1", L"_x=1"}));
 }
 
+TEST(composeEnvironmentBlock, keepsAllEntriesWhicheverComparisonFails) {
+  const Entries inherited = {L"F=1", L"E=1", L"D=1", L"C=1", L"B=1", L"A=1", L"G=1", L"a=2"};
+  for (int failing = 1; failing < 40; ++failing) {
+    SCOPED_TRACE(failing);
+    int calls = 0;
+    // What the system's comparison says when it fails is the same as "not before".
+    const auto order = [&](std::wstring_view a, std::wstring_view b) {
+      return ++calls != failing && ordinalIgnoringCase(a, b);
+    };
+
+    Entries entries = splitEnvironmentBlock(composeEnvironmentBlock(inherited, {L"H=1"}, order).c_str());
+
+    std::sort(entries.begin(), entries.end());
+    EXPECT_EQ(entries, (Entries{L"A=1", L"B=1", L"C=1", L"D=1", L"E=1", L"F=1", L"G=1", L"H=1", L"a=2"}));
+  }
+}
+
 TEST(composeEnvironmentBlock, endsEachEntryInOneZeroAndTheBlockInOneMore) {
   EXPECT_EQ(composeEnvironmentBlock({L"B=2"}, {L"A=1"}, ordinalIgnoringCase), std::wstring(L"A=1\0B=2\0\0", 9));
   EXPECT_EQ(composeEnvironmentBlock({}, {}, ordinalIgnoringCase), std::wstring(1, L'\0'));

@@ -169,11 +169,24 @@ TEST(isPrivateList, acceptsTheProtectedTwoEntriesAndNothingElse) {
       {"only the system", L"D:P(A;OICI;FA;;;SY)", false},
       {"empty: nobody is admitted", L"D:P", false},
       {"denied instead of allowed", L"D:P(D;OICI;FA;;;{user})(A;OICI;FA;;;SY)", false},
+      {"denied instead of allowed, the second", L"D:P(A;OICI;FA;;;{user})(D;OICI;FA;;;SY)", false},
       {"less access", L"D:P(A;OICI;FR;;;{user})(A;OICI;FA;;;SY)", false},
+      {"less access for the system", L"D:P(A;OICI;FA;;;{user})(A;OICI;FR;;;SY)", false},
+      {"one right less", L"D:P(A;OICI;0x1f01fe;;;{user})(A;OICI;FA;;;SY)", false},
+      {"one right more", L"D:P(A;OICI;0x11f01ff;;;{user})(A;OICI;FA;;;SY)", false},
+      {"the generic name of the same access", L"D:P(A;OICI;GA;;;{user})(A;OICI;FA;;;SY)", false},
       {"not inherited by files", L"D:P(A;CI;FA;;;{user})(A;OICI;FA;;;SY)", false},
+      {"not inherited by directories", L"D:P(A;OI;FA;;;{user})(A;OICI;FA;;;SY)", false},
+      {"not inherited at all", L"D:P(A;;FA;;;{user})(A;;FA;;;SY)", false},
+      {"not handed on further", L"D:P(A;OICINP;FA;;;{user})(A;OICI;FA;;;SY)", false},
       {"inherited entry", L"D:P(A;OICIID;FA;;;{user})(A;OICI;FA;;;SY)", false},
+      {"both entries inherited", L"D:P(A;OICIID;FA;;;{user})(A;OICIID;FA;;;SY)", false},
+      {"protected, and once made by inheritance", L"D:PAI(A;OICI;FA;;;{user})(A;OICI;FA;;;SY)", true},
+      {"made by inheritance, not protected", L"D:AI(A;OICI;FA;;;{user})(A;OICI;FA;;;SY)", false},
       {"for those below only", L"D:P(A;OICI;FA;;;{user})(A;OICIIO;FA;;;SY)", false},
       {"another user of the same size", L"D:P(A;OICI;FA;;;S-1-5-21-1-2-3-4)(A;OICI;FA;;;SY)", false},
+      {"the next user", L"D:P(A;OICI;FA;;;S-1-5-21-1004336348-1177238915-682003330-1002)(A;OICI;FA;;;SY)", false},
+      {"another service account of the same size", L"D:P(A;OICI;FA;;;{user})(A;OICI;FA;;;LS)", false},
       {"another account of another size", L"D:P(A;OICI;FA;;;{user})(A;OICI;FA;;;BA)", false},
       {"the user twice", L"D:P(A;OICI;FA;;;{user})(A;OICI;FA;;;{user})", false},
   };
@@ -191,12 +204,93 @@ TEST(isPrivateList, refusesAMissingList) {
   EXPECT_FALSE(isPrivateList(nullptr, SE_DACL_PRESENT | SE_DACL_PROTECTED, wanted));
 }
 
+ACL* asAcl(SystemBytes& bytes) { return reinterpret_cast<ACL*>(bytes.data()); }
+
+// Also the types of entries that have no textual form of this size.
+TEST(isPrivateList, refusesEachOtherValueOfEachBitOfTheEntriesAndTheirNumber) {
+  const SystemBytes wanted = buildPrivateList(sidOf(userText), localSystemSid());
+  ASSERT_TRUE(isPrivateList(wanted.data(), SE_DACL_PROTECTED, wanted));
+  int refused = 0;
+  for (std::size_t at = 4; at < wanted.size(); ++at) {  // in front of these: revision and size of the list
+    if (at == 6 || at == 7) continue;                   // a gap behind the number of entries
+    for (int bit = 0; bit < 8; ++bit) {
+      SystemBytes existing = wanted;
+      existing[at] = static_cast<std::uint8_t>(existing[at] ^ (1 << bit));
+      EXPECT_FALSE(isPrivateList(existing.data(), SE_DACL_PROTECTED, wanted)) << "byte " << at << ", bit " << bit;
+      ++refused;
+    }
+  }
+  EXPECT_EQ(refused, 8 * (2 + 36 + 20));
+}
+
+// A list may be longer than its entries, and of the revision that also allows entries for objects: both are the same
+// access for the same accounts.
+TEST(isPrivateList, judgesTheEntriesAndNotTheRoomAroundThem) {
+  const Sid user = sidOf(userText);
+  Sid userCopy = user;
+  Sid system = localSystemSid();
+  const SystemBytes wanted = buildPrivateList(user, system);
+  for (const DWORD revision : {DWORD{ACL_REVISION}, DWORD{ACL_REVISION_DS}}) {
+    SystemBytes existing(256);
+    ASSERT_TRUE(InitializeAcl(asAcl(existing), 256, revision));
+    for (Sid* sid : {&userCopy, &system}) {
+      EXPECT_FALSE(isPrivateList(existing.data(), SE_DACL_PROTECTED, wanted));
+      ASSERT_TRUE(AddAccessAllowedAceEx(asAcl(existing), revision, 3, 0x1F01FF, sid->data()));
+    }
+
+    EXPECT_TRUE(isPrivateList(existing.data(), SE_DACL_PROTECTED, wanted));
+
+    ASSERT_TRUE(AddAccessAllowedAceEx(asAcl(existing), revision, 3, 0x1F01FF, system.data()));
+    EXPECT_FALSE(isPrivateList(existing.data(), SE_DACL_PROTECTED, wanted)) << "an entry of ours twice";
+  }
+}
+
+TEST(isPrivateList, judgesWhatADescriptorSaysOfItsList) {
+  struct Case {
+    const char* why;
+    bool present;
+    bool isNull;
+    SECURITY_DESCRIPTOR_CONTROL bits;  // of those below
+    bool accepted;
+  };
+  constexpr SECURITY_DESCRIPTOR_CONTROL settable =
+      SE_DACL_PROTECTED | SE_SACL_PROTECTED | SE_DACL_AUTO_INHERITED | SE_DACL_AUTO_INHERIT_REQ;
+  const Case cases[] = {
+      {"there and protected", true, false, SE_DACL_PROTECTED, true},
+      {"with all other bits as well", true, false, settable, true},
+      {"with all other bits and not protected", true, false, settable & ~SE_DACL_PROTECTED, false},
+      {"no list in the descriptor", false, true, SE_DACL_PROTECTED, false},
+      {"a null list: everybody may do everything", true, true, SE_DACL_PROTECTED, false},
+  };
+  SystemBytes wanted = buildPrivateList(sidOf(userText), localSystemSid());
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    SECURITY_DESCRIPTOR descriptor{};
+    ASSERT_TRUE(InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
+    ASSERT_TRUE(SetSecurityDescriptorDacl(&descriptor, c.present, c.isNull ? nullptr : asAcl(wanted), FALSE));
+    ASSERT_TRUE(SetSecurityDescriptorControl(&descriptor, settable, c.bits));
+    BOOL present = FALSE;
+    BOOL defaulted = FALSE;
+    ACL* list = nullptr;
+    ASSERT_TRUE(GetSecurityDescriptorDacl(&descriptor, &present, &list, &defaulted));
+    SECURITY_DESCRIPTOR_CONTROL control = 0;
+    DWORD revision = 0;
+    ASSERT_TRUE(GetSecurityDescriptorControl(&descriptor, &control, &revision));
+
+    EXPECT_EQ(isPrivateList(present ? list : nullptr, control, wanted), c.accepted);
+  }
+}
+
 TEST(isPrivateList, expectsOneEntryWhereTheUserIsTheSystem) {
   const SystemBytes wanted = buildPrivateList(localSystemSid(), localSystemSid());
   const Descriptor one(L"D:P(A;OICI;FA;;;SY)");
   const Descriptor two(L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;SY)");
   EXPECT_TRUE(isPrivateList(one.list(), one.control(), wanted));
   EXPECT_FALSE(isPrivateList(two.list(), two.control(), wanted));
+  const Descriptor open(L"D:(A;OICI;FA;;;SY)");
+  EXPECT_FALSE(isPrivateList(open.list(), open.control(), wanted));
+  const SystemBytes forAUser = buildPrivateList(sidOf(userText), localSystemSid());
+  EXPECT_FALSE(isPrivateList(one.list(), one.control(), forAUser));
 }
 
 TEST(judgeOwner, acceptsTheUserAndTheUsersOwnAdministrators) {

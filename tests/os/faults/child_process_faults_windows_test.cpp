@@ -5,39 +5,16 @@
 #include <string>
 #include <vector>
 
-#include "os/child_process.h"
-#include "os/lock_file.h"
 #include "os/text.h"
-#include "tests/os/faults/replaced_calls.h"
+#include "tests/os/faults/child_start_test.h"
 #include "tests/support/standard_error_capture.h"
-#include "tests/support/windows_temp_directory.h"
 
 namespace launcher_stub::os {
 namespace {
 
 using namespace launcher_stub::tests;
 
-class StartFaultTest : public testing::Test {
- protected:
-  void SetUp() override {
-    wchar_t system[MAX_PATH] = {};
-    GetSystemDirectoryW(system, MAX_PATH);
-    executable_ = std::wstring(system) + L"\\cmd.exe";
-    ASSERT_TRUE(openLockFile(lease_, directory_ / L"launch.lock", LockWait::none));
-  }
-  void TearDown() override { forgetFakes(); }
-
-  bool start() {
-    return startChild(child_, {executable_, arguments_, directory_.path(), directory_.path(), directory_.path(),
-                               lease_.handle.get()});
-  }
-
-  const TempDirectory directory_;
-  std::wstring executable_;
-  const std::vector<std::wstring> arguments_ = {L"/c", L"exit 0"};
-  LockFile lease_;
-  ChildProcess child_;
-};
+using StartFaultTest = ChildStartTest;
 
 BOOL failsWith(DWORD code) {
   SetLastError(code);

@@ -1,81 +1,15 @@
-// The private directory on a file system that keeps owners and lists, as NTFS does, played by replaced calls: Wine
-// keeps none. Every descriptor here is made and read by the system's own functions.
+// What becomes of a private directory, by what is found on a file system that keeps owners and lists.
 
 #include <gtest/gtest.h>
 
-#include <map>
-#include <string>
-#include <vector>
-
-#include "os/private_list.h"
-#include "os/state_root.h"
-#include "tests/os/faults/replaced_calls.h"
-#include "tests/support/standard_error_capture.h"
-#include "tests/support/windows_temp_directory.h"
+#include "tests/os/faults/volume_with_lists.h"
 
 namespace launcher_stub::os {
 namespace {
 
 using namespace launcher_stub::tests;
 
-const std::string resetLine = "reset state root DACL to current user and system principals\n";
-const std::string foreignText = "state root belongs to another account";
-
-struct SetCall {
-  SECURITY_INFORMATION parts = 0;
-  Sid owner;
-  SystemBytes list;
-};
-
-SystemBytes bytesOf(const void* start, std::size_t size) {
-  const auto* first = static_cast<const std::uint8_t*>(start);
-  return {first, first + size};
-}
-
-class PrivateDirectoryFaultTest : public testing::Test {
- protected:
-  PrivateDirectoryFaultTest() { keepAs(user_, buildPrivateList(user_, system_)); }
-  void SetUp() override {
-    resetStateRootNoticesForTests();
-    fakeGetVolumeInformationW = [](LPDWORD flags) {
-      *flags = FILE_PERSISTENT_ACLS;
-      return TRUE;
-    };
-    fakeGetNamedSecurityInfoW = [this](PSID* owner, PACL* list, PSECURITY_DESCRIPTOR* descriptor) {
-      void* copy = LocalAlloc(LMEM_FIXED, kept_.size());
-      std::copy(kept_.begin(), kept_.end(), static_cast<std::uint8_t*>(copy));
-      BOOL flag = FALSE;
-      BOOL present = FALSE;
-      GetSecurityDescriptorOwner(copy, owner, &flag);
-      GetSecurityDescriptorDacl(copy, &present, list, &flag);
-      *descriptor = copy;
-      return DWORD{ERROR_SUCCESS};
-    };
-    fakeSetNamedSecurityInfoW = [this](SECURITY_INFORMATION parts, PSID owner, PACL list) {
-      SetCall call;
-      call.parts = parts;
-      if (owner != nullptr) call.owner = bytesOf(owner, GetLengthSid(owner));
-      if (list != nullptr) call.list = bytesOf(list, list->AclSize);
-      setCalls_.push_back(call);
-      return setResult_;
-    };
-  }
-  void TearDown() override { forgetFakes(); }
-
-  // What the directory has from now on.
-  void keepAs(const Sid& owner, const SystemBytes& list) { kept_ = buildPrivateDescriptor(owner, list); }
-
-  bool verify(std::string* error = nullptr) { return verifyPrivateDirectory(directory_.path(), error); }
-
-  const Sid user_ = currentUserSid();
-  const Sid system_ = localSystemSid();
-  const SystemBytes wanted_ = buildPrivateList(user_, system_);
-  const SystemBytes drifted_ = buildPrivateList(system_, user_);  // the two entries in the other order
-  const TempDirectory directory_;
-  SystemBytes kept_;
-  std::vector<SetCall> setCalls_;
-  DWORD setResult_ = ERROR_SUCCESS;
-};
+using PrivateDirectoryFaultTest = VolumeWithListsTest;
 
 TEST_F(PrivateDirectoryFaultTest, isLeftAloneWhereOwnerAndListAreRight) {
   const StandardErrorCapture errors;
@@ -180,6 +114,76 @@ TEST_F(PrivateDirectoryFaultTest, isAcceptedAfterOneLineOnAVolumeThatKeepsNoList
   EXPECT_EQ(errors.text(), "filesystem does not provide persistent state root ACLs\n");
 }
 
+TEST_F(PrivateDirectoryFaultTest, isJudgedByItsOwner) {
+  struct Case {
+    const char* why;
+    Sid owner;
+    BOOL isMember;  // of the administrators
+    bool accepted;
+    std::size_t setCalls;
+  };
+  Sid neighbour = user_;  // another user of the same machine or domain: as long, and all but the last number the same
+  ++neighbour.back();
+  const Sid everyone = {1, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0};
+  const Case cases[] = {
+      {"the user", user_, FALSE, true, 0},
+      {"the user, who is an administrator", user_, TRUE, true, 0},
+      {"the administrators, seen by a member", administratorsSid(), TRUE, true, 1},
+      {"the administrators, seen by another", administratorsSid(), FALSE, false, 0},
+      {"the local system account", system_, FALSE, false, 0},
+      {"the local system account, seen by an administrator", system_, TRUE, false, 0},
+      {"the next user", neighbour, FALSE, false, 0},
+      {"the next user, seen by an administrator", neighbour, TRUE, false, 0},
+      {"everyone", everyone, TRUE, false, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    keepAs(c.owner, wanted_);
+    setCalls_.clear();
+    fakeCheckTokenMembership = [&c](PBOOL isMember) {
+      *isMember = c.isMember;
+      return TRUE;
+    };
+    std::string error;
+
+    EXPECT_EQ(verify(&error), c.accepted);
+
+    EXPECT_EQ(error, c.accepted ? "" : foreignText);
+    EXPECT_EQ(setCalls_.size(), c.setCalls);
+  }
+}
+
+TEST_F(PrivateDirectoryFaultTest, withoutAnyOwnerBelongsToAnother) {
+  const auto withOwner = fakeGetNamedSecurityInfoW;
+  fakeGetNamedSecurityInfoW = [&](PSID* owner, PACL* list, PSECURITY_DESCRIPTOR* descriptor) {
+    const DWORD result = withOwner(owner, list, descriptor);
+    *owner = nullptr;
+    return result;
+  };
+  std::string error;
+
+  EXPECT_FALSE(verify(&error));
+
+  EXPECT_EQ(error, foreignText);
+  EXPECT_EQ(setCalls_.size(), 0u);
+}
+
+TEST_F(PrivateDirectoryFaultTest, withoutAListGetsOne) {
+  const auto withList = fakeGetNamedSecurityInfoW;
+  fakeGetNamedSecurityInfoW = [&](PSID* owner, PACL* list, PSECURITY_DESCRIPTOR* descriptor) {
+    const DWORD result = withList(owner, list, descriptor);
+    *list = nullptr;  // everybody may do everything
+    return result;
+  };
+  const StandardErrorCapture errors;
+
+  EXPECT_TRUE(verify());
+
+  ASSERT_EQ(setCalls_.size(), 1u);
+  EXPECT_EQ(setCalls_[0].list, wanted_);
+  EXPECT_EQ(errors.text(), resetLine);
+}
+
 TEST_F(PrivateDirectoryFaultTest, isRefusedWhereTheVolumeOrTheListCannotBeRead) {
   fakeGetNamedSecurityInfoW = [](PSID*, PACL*, PSECURITY_DESCRIPTOR*) { return DWORD{ERROR_ACCESS_DENIED}; };
   EXPECT_FALSE(verify());
@@ -234,6 +238,60 @@ TEST_F(PrivateDirectoryFaultTest, saysOnceThatTheFileSystemDidNotKeepTheList) {
   EXPECT_TRUE(createPrivateDirectory(directory_ / L"one\\two"));
 
   EXPECT_EQ(errors.text(), "filesystem did not persist the private directory ACL\n");
+}
+
+// The notices speak of the state root, and yet go out for whichever private directory gives cause first: the root, one
+// of its two folders, or an attempt's.
+TEST_F(PrivateDirectoryFaultTest, givesCauseForANoticeWhetherItIsTheRootOrAFolderOfIt) {
+  struct Case {
+    const char* why;
+    std::wstring drifted;  // the directory whose list is another one
+  };
+  const Case cases[] = {
+      {"the root", L"root"}, {"attempts", L"root\\attempts"}, {"slots", L"root\\slots"}, {"none", L"elsewhere"}};
+  for (const wchar_t* name : {L"root", L"root\\attempts", L"root\\slots"}) makeDirectory(directory_ / name);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    resetStateRootNoticesForTests();
+    watchGetNamedSecurityInfoW = [&](LPCWSTR path, auto...) {
+      keepAs(user_, path == directory_ / c.drifted ? drifted_ : wanted_);
+    };
+    const StandardErrorCapture errors;
+
+    for (int launch = 0; launch < 2; ++launch) {  // as a relaunch would, were it to look again
+      EXPECT_TRUE(createPrivateDirectory(directory_ / L"root"));
+      EXPECT_TRUE(createPrivateDirectory(directory_ / L"root\\attempts"));
+      EXPECT_TRUE(createPrivateDirectory(directory_ / L"root\\slots"));
+    }
+
+    EXPECT_EQ(errors.text(), c.drifted == L"elsewhere" ? "" : resetLine);
+  }
+}
+
+TEST_F(PrivateDirectoryFaultTest, givesEachNoticeOnceBesideTheOthers) {
+  keepAs(user_, drifted_);
+  DWORD volumeFlags = FILE_PERSISTENT_ACLS;
+  fakeGetVolumeInformationW = [&](LPDWORD flags) {
+    *flags = volumeFlags;
+    return TRUE;
+  };
+  fakeGetSecurityInfo = [](PACL* list, PSECURITY_DESCRIPTOR* descriptor) {
+    *descriptor = LocalAlloc(LMEM_FIXED, 8);
+    *list = nullptr;
+    return DWORD{ERROR_SUCCESS};
+  };
+  const StandardErrorCapture errors;
+
+  for (const wchar_t* name : {L"one", L"two"}) {
+    volumeFlags = FILE_PERSISTENT_ACLS;
+    EXPECT_TRUE(createPrivateDirectory(directory_ / name));
+    EXPECT_TRUE(createPrivateDirectory(directory_ / name));
+    volumeFlags = 0;
+    EXPECT_TRUE(createPrivateDirectory(directory_ / name));
+  }
+
+  EXPECT_EQ(errors.text(), "filesystem did not persist the private directory ACL\n" + resetLine +
+                               "filesystem does not provide persistent state root ACLs\n");
 }
 
 TEST_F(PrivateDirectoryFaultTest, createdByAFasterLauncherIsVerified) {

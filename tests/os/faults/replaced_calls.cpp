@@ -21,6 +21,10 @@ std::function<DWORD(PSID*, PACL*, PSECURITY_DESCRIPTOR*)> fakeGetNamedSecurityIn
 std::function<DWORD(PACL*, PSECURITY_DESCRIPTOR*)> fakeGetSecurityInfo;
 std::function<DWORD(SECURITY_INFORMATION, PSID, PACL)> fakeSetNamedSecurityInfoW;
 std::function<BOOL(PBOOL)> fakeCheckTokenMembership;
+std::function<BOOL()> fakeOpenProcessToken;
+std::function<BOOL(LPVOID, DWORD, PDWORD)> fakeGetTokenInformation;
+std::function<BOOL()> fakeAllocateAndInitializeSid;
+std::function<BOOL()> fakeCreateWellKnownSid;
 std::function<BOOL()> fakeUpdateProcThreadAttribute;
 std::function<BOOL()> fakeCreateProcessW;
 std::function<LPWCH()> fakeGetEnvironmentStringsW;
@@ -41,12 +45,30 @@ std::vector<UINT> terminatedWith;
   extern "C" decltype(&::name) name##Import asm("__imp_" #name); \
   decltype(&::name) name##Import = &name##Stub
 
-#define STUB(result, library, name, parameters, arguments, fakeArguments)     \
-  static result WINAPI name##Stub parameters {                                \
-    if (fake##name) return fake##name fakeArguments;                          \
-    static auto* const real = realCall<decltype(::name)>(L"" library, #name); \
-    return real arguments;                                                    \
-  }                                                                           \
+// The real call is looked up without a guarded static variable: the guard itself makes some of these calls.
+#define REAL(name, library) \
+  if (real##name == nullptr) real##name = realCall<decltype(::name)>(L"" library, #name)
+
+#define STUB(result, library, name, parameters, arguments, fakeArguments) \
+  Watch<decltype(::name)> watch##name;                                    \
+  static decltype(&::name) real##name = nullptr;                          \
+  static result WINAPI name##Stub parameters {                            \
+    if (watch##name) watch##name arguments;                               \
+    if (fake##name) return fake##name fakeArguments;                      \
+    REAL(name, library);                                                  \
+    return real##name arguments;                                          \
+  }                                                                       \
+  IMPORT_POINTER(name)
+
+// A call that is only watched.
+#define WATCHED(result, library, name, parameters, arguments) \
+  Watch<decltype(::name)> watch##name;                        \
+  static decltype(&::name) real##name = nullptr;              \
+  static result WINAPI name##Stub parameters {                \
+    if (watch##name) watch##name arguments;                   \
+    REAL(name, library);                                      \
+    return real##name arguments;                              \
+  }                                                           \
   IMPORT_POINTER(name)
 
 STUB(BOOL, "kernel32", CreateDirectoryW, (LPCWSTR path, LPSECURITY_ATTRIBUTES attributes), (path, attributes),
@@ -68,6 +90,26 @@ STUB(DWORD, "advapi32", SetNamedSecurityInfoW,
      (path, type, parts, owner, group, list, audit), (parts, owner, list));
 STUB(BOOL, "advapi32", CheckTokenMembership, (HANDLE token, PSID sid, PBOOL isMember), (token, sid, isMember),
      (isMember));
+STUB(BOOL, "advapi32", OpenProcessToken, (HANDLE process, DWORD access, PHANDLE token), (process, access, token), ());
+STUB(BOOL, "advapi32", GetTokenInformation,
+     (HANDLE token, TOKEN_INFORMATION_CLASS kind, LPVOID information, DWORD size, PDWORD needed),
+     (token, kind, information, size, needed), (information, size, needed));
+STUB(BOOL, "advapi32", AllocateAndInitializeSid,
+     (PSID_IDENTIFIER_AUTHORITY authority, BYTE count, DWORD first, DWORD second, DWORD third, DWORD fourth,
+      DWORD fifth, DWORD sixth, DWORD seventh, DWORD eighth, PSID* sid),
+     (authority, count, first, second, third, fourth, fifth, sixth, seventh, eighth, sid), ());
+STUB(BOOL, "advapi32", CreateWellKnownSid, (WELL_KNOWN_SID_TYPE type, PSID domain, PSID sid, DWORD* size),
+     (type, domain, sid, size), ());
+WATCHED(PVOID, "advapi32", FreeSid, (PSID sid), (sid));
+WATCHED(HLOCAL, "kernel32", LocalFree, (HLOCAL memory), (memory));
+WATCHED(HANDLE, "kernel32", CreateFileW,
+        (LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES attributes, DWORD disposition, DWORD flags,
+         HANDLE like),
+        (path, access, sharing, attributes, disposition, flags, like));
+WATCHED(BOOL, "kernel32", GetVolumePathNameW, (LPCWSTR path, LPWSTR volume, DWORD size), (path, volume, size));
+WATCHED(BOOL, "kernel32", DuplicateHandle,
+        (HANDLE from, HANDLE handle, HANDLE to, LPHANDLE duplicate, DWORD access, WINBOOL inherit, DWORD options),
+        (from, handle, to, duplicate, access, inherit, options));
 STUB(BOOL, "kernel32", UpdateProcThreadAttribute,
      (LPPROC_THREAD_ATTRIBUTE_LIST list, DWORD flags, DWORD_PTR attribute, PVOID value, SIZE_T size, PVOID previous,
       PSIZE_T returned),
@@ -124,6 +166,29 @@ BOOL reallyCreateDirectory(LPCWSTR path) {
   return realCall<decltype(::CreateDirectoryW)>(L"kernel32", "CreateDirectoryW")(path, nullptr);
 }
 
+static void forgetWatches() {
+  watchCreateDirectoryW = nullptr;
+  watchCreateFileW = nullptr;
+  watchGetVolumePathNameW = nullptr;
+  watchGetVolumeInformationW = nullptr;
+  watchGetNamedSecurityInfoW = nullptr;
+  watchGetSecurityInfo = nullptr;
+  watchSetNamedSecurityInfoW = nullptr;
+  watchCheckTokenMembership = nullptr;
+  watchOpenProcessToken = nullptr;
+  watchGetTokenInformation = nullptr;
+  watchAllocateAndInitializeSid = nullptr;
+  watchFreeSid = nullptr;
+  watchLocalFree = nullptr;
+  watchDuplicateHandle = nullptr;
+  watchUpdateProcThreadAttribute = nullptr;
+  watchCreateProcessW = nullptr;
+  watchCreateJobObjectW = nullptr;
+  watchSetInformationJobObject = nullptr;
+  watchAssignProcessToJobObject = nullptr;
+  watchResumeThread = nullptr;
+}
+
 void forgetFakes() {
   fakeCreateDirectoryW = nullptr;
   fakeGetVolumeInformationW = nullptr;
@@ -131,6 +196,10 @@ void forgetFakes() {
   fakeGetSecurityInfo = nullptr;
   fakeSetNamedSecurityInfoW = nullptr;
   fakeCheckTokenMembership = nullptr;
+  fakeOpenProcessToken = nullptr;
+  fakeGetTokenInformation = nullptr;
+  fakeAllocateAndInitializeSid = nullptr;
+  fakeCreateWellKnownSid = nullptr;
   fakeUpdateProcThreadAttribute = nullptr;
   fakeCreateProcessW = nullptr;
   fakeGetEnvironmentStringsW = nullptr;
@@ -145,6 +214,7 @@ void forgetFakes() {
   fakeCloseHandle = nullptr;
   fakeMoveFileExW = nullptr;
   terminatedWith.clear();
+  forgetWatches();
 }
 
 }  // namespace launcher_stub::tests

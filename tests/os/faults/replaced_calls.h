@@ -13,12 +13,47 @@
 
 namespace launcher_stub::tests {
 
+// What is told of each call before it is made, with all its arguments, whether a fake takes its place or not.
+template <typename Function>
+struct WatchOf;
+template <typename Result, typename... Arguments>
+struct WatchOf<Result WINAPI(Arguments...)> {
+  using Type = std::function<void(Arguments...)>;
+};
+template <typename Function>
+using Watch = typename WatchOf<Function>::Type;
+
+extern Watch<decltype(::CreateDirectoryW)> watchCreateDirectoryW;
+extern Watch<decltype(::CreateFileW)> watchCreateFileW;
+extern Watch<decltype(::GetVolumePathNameW)> watchGetVolumePathNameW;
+extern Watch<decltype(::GetVolumeInformationW)> watchGetVolumeInformationW;
+extern Watch<decltype(::GetNamedSecurityInfoW)> watchGetNamedSecurityInfoW;
+extern Watch<decltype(::GetSecurityInfo)> watchGetSecurityInfo;
+extern Watch<decltype(::SetNamedSecurityInfoW)> watchSetNamedSecurityInfoW;
+extern Watch<decltype(::CheckTokenMembership)> watchCheckTokenMembership;
+extern Watch<decltype(::OpenProcessToken)> watchOpenProcessToken;
+extern Watch<decltype(::GetTokenInformation)> watchGetTokenInformation;
+extern Watch<decltype(::AllocateAndInitializeSid)> watchAllocateAndInitializeSid;
+extern Watch<decltype(::FreeSid)> watchFreeSid;
+extern Watch<decltype(::LocalFree)> watchLocalFree;
+extern Watch<decltype(::DuplicateHandle)> watchDuplicateHandle;
+extern Watch<decltype(::UpdateProcThreadAttribute)> watchUpdateProcThreadAttribute;
+extern Watch<decltype(::CreateProcessW)> watchCreateProcessW;
+extern Watch<decltype(::CreateJobObjectW)> watchCreateJobObjectW;
+extern Watch<decltype(::SetInformationJobObject)> watchSetInformationJobObject;
+extern Watch<decltype(::AssignProcessToJobObject)> watchAssignProcessToJobObject;
+extern Watch<decltype(::ResumeThread)> watchResumeThread;
+
 extern std::function<BOOL(LPCWSTR, LPSECURITY_ATTRIBUTES)> fakeCreateDirectoryW;
 extern std::function<BOOL(LPDWORD flags)> fakeGetVolumeInformationW;
 extern std::function<DWORD(PSID* owner, PACL* list, PSECURITY_DESCRIPTOR*)> fakeGetNamedSecurityInfoW;
 extern std::function<DWORD(PACL* list, PSECURITY_DESCRIPTOR*)> fakeGetSecurityInfo;
 extern std::function<DWORD(SECURITY_INFORMATION, PSID owner, PACL list)> fakeSetNamedSecurityInfoW;
 extern std::function<BOOL(PBOOL isMember)> fakeCheckTokenMembership;
+extern std::function<BOOL()> fakeOpenProcessToken;
+extern std::function<BOOL(LPVOID information, DWORD size, PDWORD needed)> fakeGetTokenInformation;
+extern std::function<BOOL()> fakeAllocateAndInitializeSid;
+extern std::function<BOOL()> fakeCreateWellKnownSid;
 
 extern std::function<BOOL()> fakeUpdateProcThreadAttribute;
 extern std::function<BOOL()> fakeCreateProcessW;
