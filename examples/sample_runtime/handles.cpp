@@ -41,7 +41,7 @@ bool isStandard(HANDLE handle) {
 std::vector<HandleFound> probeHandles(std::uintptr_t highest) {
   std::vector<HandleFound> found;
   for (std::uintptr_t value = 4; value <= highest; value += 4) {
-    HANDLE handle = reinterpret_cast<HANDLE>(value);
+    auto* const handle = reinterpret_cast<HANDLE>(value);  // NOLINT(performance-no-int-to-ptr): a value to be tried
     DWORD flags = 0;
     if (!GetHandleInformation(handle, &flags)) continue;
     found.push_back({value, (flags & HANDLE_FLAG_INHERIT) != 0, isStandard(handle), typeOf(handle), nameOf(handle)});

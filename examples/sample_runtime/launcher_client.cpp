@@ -18,6 +18,8 @@ class File {
   explicit File(HANDLE handle) : handle_(handle) {}
   File(const File&) = delete;
   File& operator=(const File&) = delete;
+  File(File&&) = delete;
+  File& operator=(File&&) = delete;
   ~File() { (void)close(); }
 
   bool isOpen() const { return handle_ != INVALID_HANDLE_VALUE; }
@@ -126,7 +128,8 @@ bool readLaunch(Launch& launch) {
   launch.installDirectory = variable(L"QUORVEX_BOOT_INSTALL_DIR");
   const std::wstring lease = variable(L"QUORVEX_BOOT_LEASE");
   if (launch.stateRoot.empty() || launch.attemptDirectory.empty() || lease.empty()) return false;
-  launch.lease = reinterpret_cast<void*>(static_cast<std::uintptr_t>(wcstoull(lease.c_str(), nullptr, 10)));
+  const auto number = static_cast<std::uintptr_t>(wcstoull(lease.c_str(), nullptr, 10));
+  launch.lease = reinterpret_cast<void*>(number);  // NOLINT(performance-no-int-to-ptr): a handle's value, as passed on
 
   std::string record;
   return readWhole(launch.attemptDirectory + L"\\boot-v1.json", record) && findMember(record, "slot", launch.slot) &&

@@ -62,6 +62,33 @@ TEST(memberOrder, isTheOrderOfTheKeysHoweverManyThereAre) {
   }
 }
 
+// Around the lengths at which a key's bytes are looked at in parts, and in numbers that are sorted in either way.
+TEST(memberOrder, findsAKeyThatIsThereManyTimesWhateverItsLength) {
+  for (const std::size_t length : std::vector<std::size_t>{0, 1, 6, 7, 8, 13, 14, 15, 21, 22}) {
+    for (const std::size_t count : std::vector<std::size_t>{2, 39, 40, 41, 100}) {
+      SCOPED_TRACE(testing::Message() << "length " << length << ", " << count << " times");
+      std::vector<std::string> keys(count, std::string(length, 'k'));
+
+      EXPECT_EQ(parse(documentOf(keys)).error, messages::duplicateKey);
+      keys.push_back("a smaller one");
+      EXPECT_EQ(parse(documentOf(keys)).error, messages::duplicateKey);
+    }
+  }
+}
+
+TEST(memberOrder, findsTwoEqualKeysAmongManyThatBeginAlike) {
+  for (const std::size_t common : std::vector<std::size_t>{0, 6, 7, 8, 14}) {
+    SCOPED_TRACE(common);
+    const std::string start(common, 'k');
+    std::vector<std::string> keys;
+    for (int number = 199; number >= 100; --number) keys.push_back(start + std::to_string(number));
+
+    EXPECT_EQ(parse(documentOf(keys)).error, "accepted");
+    keys.push_back(start + "150");
+    EXPECT_EQ(parse(documentOf(keys)).error, messages::duplicateKey);
+  }
+}
+
 TEST(jsonObject, isSortedWhenItIsBuiltMemberByMember) {
   JsonObject object;
 

@@ -139,9 +139,9 @@ TEST(generationOverflow, endsTheRunBeforeAnyStart) {
   };
   const std::uint64_t last = ~std::uint64_t{0};
   const Case cases[] = {
-      {"stored", [last](SimOs& sim) { sim.writeBootState(storedState(last, "aaaa")); }},
+      {"stored", [](SimOs& sim) { sim.writeBootState(storedState(last, "aaaa")); }},
       {"one before the end, in the previous file",
-       [last](SimOs& sim) { sim.writePreviousState(storedState(last - 1, "aaaa")); }},
+       [](SimOs& sim) { sim.writePreviousState(storedState(last - 1, "aaaa")); }},
       {"probed",
        [](SimOs& sim) {
          sim.writePreviousState(storedState(7, "aaaa"));
