@@ -34,15 +34,21 @@ std::wstring_view entryName(std::wstring_view entry) {
 
 std::wstring composeEnvironmentBlock(const std::vector<std::wstring>& inherited, const std::vector<std::wstring>& added,
                                      const NameOrder& comesBefore) {
+  // Each entry goes behind all that do not come after it, so the sort is stable: of two names that differ only in case
+  // the inherited order decides which one a reader finds first. Not std::stable_sort: the system's comparison has a
+  // failure that looks like an order, and an order at odds with itself leads that one beyond the list's ends.
   std::vector<std::wstring> entries;
-  std::copy_if(inherited.begin(), inherited.end(), std::back_inserter(entries),
-               [](const std::wstring& entry) { return !isReservedEntry(entry); });
-  entries.insert(entries.end(), added.begin(), added.end());
-
-  // Stable: of two names that differ only in case the inherited order decides which one a reader finds first.
-  std::stable_sort(entries.begin(), entries.end(), [&](const std::wstring& a, const std::wstring& b) {
-    return comesBefore(entryName(a), entryName(b));
-  });
+  const auto insert = [&](const std::wstring& entry) {
+    entries.insert(std::upper_bound(entries.begin(), entries.end(), entry,
+                                    [&](const std::wstring& a, const std::wstring& b) {
+                                      return comesBefore(entryName(a), entryName(b));
+                                    }),
+                   entry);
+  };
+  for (const std::wstring& entry : inherited) {
+    if (!isReservedEntry(entry)) insert(entry);
+  }
+  for (const std::wstring& entry : added) insert(entry);
 
   std::wstring block;
   for (const std::wstring& entry : entries) {
