@@ -21,7 +21,7 @@ std::optional<std::string> readDeliveryText(const std::wstring& directory) {
   const std::wstring path = os::joinPath(directory, files::delivery);
   if (os::pathIsMissing(path)) return std::nullopt;
   std::string text;
-  if (!os::readStateFile(path, text)) text.clear();
+  (void)os::readStateFile(path, text);  // a failure leaves it empty
   return text;
 }
 

@@ -119,7 +119,9 @@ LauncherModel decideStart(const StartInput& input) {
     queueGenerationOverflow(model);
     return model;
   }
-  if (candidateIsUsedUp(model, input) && !rejectCandidate(model, std::string(*model.state.candidate))) return model;
+  if (candidateIsUsedUp(model, input)) {
+    (void)rejectCandidate(model, std::string(*model.state.candidate));  // before the last generation: cannot fail
+  }
   if (stateWasStored && model.candidateTrialAllowed && input.pending && !considerRequest(model, *input.pending)) {
     return model;
   }

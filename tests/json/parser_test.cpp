@@ -574,6 +574,43 @@ TEST(expectByte, leavesAnotherByteAndSetsNoMessage) {
   EXPECT_EQ(ended.error, "");
 }
 
+TEST(readHex4, knowsEveryDigitInBothCasesAndNoOther) {
+  const std::string_view digits = "0123456789abcdef0123456789ABCDEF";
+  for (std::size_t i = 0; i < digits.size(); ++i) {
+    SCOPED_TRACE(digits[i]);
+    const std::string text = std::string("100") + digits[i];
+    JsonCursor cursor = cursorAt(text);
+    std::uint32_t codeUnit = 0;
+
+    EXPECT_TRUE(readHex4(cursor, codeUnit));
+    EXPECT_EQ(codeUnit, 0x1000 + i % 16);
+  }
+  for (const char neighbour : {'/', ':', '@', 'G', '`', 'g'}) {
+    SCOPED_TRACE(neighbour);
+    const std::string text = std::string("100") + neighbour;
+    JsonCursor cursor = cursorAt(text);
+    std::uint32_t codeUnit = 0;
+
+    EXPECT_FALSE(readHex4(cursor, codeUnit));
+    EXPECT_EQ(cursor.error, messages::badUnicodeEscape);
+  }
+}
+
+TEST(parseJsonString, refusesEveryByteThatBeginsNoCharacterWhateverFollows) {
+  for (int lead = 0x80; lead <= 0xFF; ++lead) {
+    if (lead >= 0xC2 && lead <= 0xF4) continue;
+    for (std::size_t continuations = 0; continuations <= 5; ++continuations) {
+      SCOPED_TRACE(testing::Message() << lead << ", " << continuations);
+      const std::string text = '"' + std::string(1, static_cast<char>(lead)) + std::string(continuations, '\x90') + '"';
+      JsonCursor cursor = cursorAt(text);
+      std::string bytes;
+
+      EXPECT_FALSE(parseJsonString(cursor, bytes));
+      EXPECT_EQ(cursor.error, messages::invalidUtf8);
+    }
+  }
+}
+
 TEST(parseJsonString, reportsThatAStringWasExpected) {
   for (const char* text : {"", "  ", "1", "a", "'a'", "}"}) {
     SCOPED_TRACE(text);
@@ -591,6 +628,16 @@ TEST(parseJsonString, stopsBehindTheClosingQuote) {
   EXPECT_TRUE(parseJsonString(cursor, bytes));
   EXPECT_EQ(bytes, "ab");
   EXPECT_EQ(cursor.position, 5u);
+}
+
+TEST(parseJsonString, makesItsOwnRoom) {
+  const std::string text(kMaxStringBytes, 'x');
+  const std::string document = '"' + text + '"';
+  JsonCursor cursor = cursorAt(document);
+  std::string bytes;
+
+  EXPECT_TRUE(parseJsonString(cursor, bytes));
+  EXPECT_EQ(bytes, text);
 }
 
 TEST(parseJsonValue, replacesAnEarlierMessage) {

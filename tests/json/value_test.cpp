@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <new>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -74,6 +77,32 @@ TEST(jsonValue, tellsNumbersApartByTheirText) {
 }
 
 TEST(jsonValue, tellsANumberFromAStringOfTheSameText) { EXPECT_NE(number("1"), JsonValue(std::string("1"))); }
+
+TEST(jsonValue, tellsObjectsApartByKeysValuesAndNumberOfMembers) {
+  const JsonObject object{{"a", JsonValue(true)}, {"b", JsonValue()}};
+
+  EXPECT_EQ(object, (JsonObject{{"b", JsonValue()}, {"a", JsonValue(true)}})) << "however they came in";
+  EXPECT_NE(object, (JsonObject{{"a", JsonValue(true)}, {"c", JsonValue()}}));
+  EXPECT_NE(object, (JsonObject{{"a", JsonValue(false)}, {"b", JsonValue()}}));
+  EXPECT_NE(object, (JsonObject{{"a", JsonValue(true)}}));
+  EXPECT_NE(object, JsonObject());
+}
+
+TEST(jsonArray, assignedToItselfStaysAsItIs) {
+  JsonArray array{JsonValue(true), number("1")};
+  const JsonArray& same = array;
+
+  array = same;
+
+  EXPECT_EQ(array, (JsonArray{JsonValue(true), number("1")}));
+}
+
+TEST(jsonText, refusesMoreBytesThanItCanCount) {
+  const char byte = 'x';
+  const std::string_view tooLong(&byte, std::size_t{1} << 32);  // nothing behind the first byte is ever read
+
+  EXPECT_THROW(JsonText{tooLong}, std::bad_alloc);
+}
 
 TEST(jsonValue, copiesItsWholeTree) {
   const JsonValue original(JsonObject{{"list", JsonValue(JsonArray{JsonValue(std::string("kept"))})}});

@@ -97,6 +97,7 @@ inline std::vector<WorstCase> worstCases() {
       {"keys that begin with one another", objectOf([](std::size_t n) { return std::string(n, 'a'); })},
       {"keys of the largest size, the end different", objectOf(longKey)},
       {"keys of escapes", objectOf([](std::size_t n) { return "\\u00" + digits(n % 80 + 20, 2) + shortKey(n / 80); })},
+      {"one empty key, over and over", objectOf([](std::size_t) { return ""; }), messages::duplicateKey},
       {"one repeated key behind many others",
        filledDocument(
            "{", [](std::size_t n) { return '"' + shortKey(n) + "\":0"; }, ",\"\":0}"),

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "tests/launcher/scenario.h"
+#include "tests/slots/commit_support.h"
 
 namespace launcher_stub {
 namespace {
@@ -106,6 +107,36 @@ TEST(tick, seesAMarkerThatWasHalfWrittenWhenItIsWhole) {
   sim.installSeed(Runtime().readyAt(100, Form::half).readyAt(400).exitsAt(2'000, 7));
 
   EXPECT_EQ(sim.runLauncher(), 7);
+}
+
+TEST(tick, readsNoMarkerWhereTheRunHasStartedNothing) {
+  commit_support::Launch launch;
+  launch.start(Runtime().readyAt(100).exitsAt(1'000, 7));  // forgets that it was started
+  launch.context.model.selected = "bbbb";
+  launch.context.model.nextNonce = commit_support::attemptNonce;
+  int reads = 0;
+  countCalls(launch.sim, Call::readFile, L"ready-v1", reads);
+
+  EXPECT_EQ(superviseRuntime(launch.context), SupervisionEnd::exit);
+
+  EXPECT_EQ(reads, 0);
+  EXPECT_EQ(launch.context.childExitCode, 7U);
+  EXPECT_EQ(launch.context.exitCode, 1) << "an end without a sign, and nothing else to start";
+}
+
+TEST(tick, thatCannotLookAtTheChildEndsTheRunAlsoWithoutASelectedSlot) {
+  commit_support::Launch launch;
+  launch.start(Runtime::silent());
+  launch.context.started = true;
+  launch.context.exitCode = 0;
+  launch.sim.fail(Call::pollExit);
+
+  EXPECT_EQ(superviseRuntime(launch.context), SupervisionEnd::exit);
+
+  EXPECT_EQ(launch.context.exitCode, 1);
+  EXPECT_TRUE(launch.context.exitRequested);
+  EXPECT_EQ(launch.sim.lines(), Lines{treeBox});
+  EXPECT_EQ(launch.sim.count(Call::sleep), 0);
 }
 
 // --- The child's end ---

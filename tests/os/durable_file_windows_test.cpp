@@ -70,6 +70,26 @@ TEST(readStateFile, failsForWhatIsMissingOrNoFile) {
   EXPECT_EQ(contents, "before");
 }
 
+// A stream that breaks off stands for a disk that fails in the middle of a file.
+TEST(readStateFile, failsWhereReadingBreaksOff) {
+  const std::wstring path = L"\\\\.\\pipe\\launcher-test-" + std::to_wstring(GetCurrentProcessId());
+  HANDLE pipe = CreateNamedPipeW(path.c_str(), PIPE_ACCESS_OUTBOUND, PIPE_TYPE_BYTE, 1, 4096, 4096, 0, nullptr);
+  ASSERT_NE(pipe, INVALID_HANDLE_VALUE);
+  DWORD written = 0;
+  std::thread writer([&] {
+    ConnectNamedPipe(pipe, nullptr);
+    WriteFile(pipe, "half", 4, &written, nullptr);
+    CloseHandle(pipe);
+  });
+  std::string contents = "before";
+
+  EXPECT_FALSE(readStateFile(path, contents));
+
+  writer.join();
+  EXPECT_EQ(written, 4u);
+  EXPECT_EQ(contents, "before");
+}
+
 TEST(readStateFile, readsWhileOthersHaveTheFileOpenForWriting) {
   const TempDirectory directory;
   const std::wstring path = directory / L"state";

@@ -91,6 +91,10 @@ TEST(parentPath, endsBeforeTheLastSeparatorsAndStopsAtTheRoot) {
       {"device prefix and the drive's root", L"\\\\?\\C:\\", L""},
       {"device prefix and volume", L"\\\\?\\Volume{1}\\x\\y", L"\\\\?\\Volume{1}\\x"},
       {"device prefix and share", L"\\\\?\\UNC\\server\\share\\x", L"\\\\?\\UNC\\server\\share\\"},
+      {"device prefix and a share's mark alone", L"\\\\?\\UNC", L""},
+      {"device prefix with a dot", L"\\\\.\\C:\\x", L"\\\\.\\C:\\"},
+      {"a server that begins like a device prefix", L"\\\\?x\\share\\y", L"\\\\?x\\share\\"},
+      {"a server that begins like the other one", L"\\\\.x\\share\\y", L"\\\\.x\\share\\"},
       {"device prefix and a share alone", L"\\\\?\\UNC\\server\\share", L""},
       {"empty", L"", L""},
   };

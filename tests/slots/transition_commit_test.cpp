@@ -35,6 +35,17 @@ TEST(reportEffect, isShownOnceInARun) {
   EXPECT_EQ(launch.sim.boxes().size(), 1u);
 }
 
+TEST(reportEffect, withoutATextSaysNothing) {
+  Launch launch;
+
+  EXPECT_TRUE(launch.apply(modelWith({effectOf(EffectKind::ReportError), requestRelaunch()})));
+
+  EXPECT_EQ(launch.sim.lines(), Order{});
+  EXPECT_EQ(launch.sim.boxes().size(), 0u);
+  EXPECT_FALSE(launch.context.errorReported) << "the run's one report is still to be had";
+  EXPECT_TRUE(launch.context.relaunchRequested) << "what follows is carried out";
+}
+
 TEST(exitEffect, setsTheExitCodeAndRequestsTheExit) {
   struct Case {
     const char* why;
