@@ -8,7 +8,6 @@
 #include <limits>
 #include <memory>
 #include <new>
-#include <stdexcept>
 #include <utility>
 
 namespace launcher_stub {
@@ -54,9 +53,7 @@ class JsonSequence {
   const Item* begin() const { return first_; }
   const Item* end() const { return first_ + size_; }
   std::size_t size() const { return size_; }
-  bool empty() const { return size_ == 0; }
   const Item& front() const { return *first_; }
-  const Item& operator[](std::size_t index) const { return first_[index]; }
 
   template <typename... Arguments>
   void emplace_back(Arguments&&... arguments) {
@@ -86,7 +83,7 @@ class JsonSequence {
 
   // Makes the items owned, too.
   void reserve(std::size_t capacity) {
-    if (capacity > std::numeric_limits<std::uint32_t>::max()) throw std::length_error("");
+    if (capacity > std::numeric_limits<std::uint32_t>::max()) throw std::bad_alloc();
     auto* items = static_cast<Item*>(::operator new(capacity * sizeof(Item)));
     std::uninitialized_move_n(first_, size_, items);  // does not throw
     *this = JsonSequence(items, size_, capacity);

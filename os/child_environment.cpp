@@ -4,6 +4,8 @@
 
 #include <memory>
 
+#include "os/text.h"
+
 namespace launcher_stub::os {
 namespace {
 
@@ -26,7 +28,7 @@ std::wstring buildChildEnvironment(const std::wstring& installDirectory, const s
   const std::vector<std::wstring> added = {
       L"QUORVEX_BOOT_STATE_ROOT=" + stateRoot,
       L"QUORVEX_BOOT_ATTEMPT_DIR=" + attemptDirectory,
-      L"QUORVEX_BOOT_LEASE=" + std::to_wstring(leaseHandleValue),
+      L"QUORVEX_BOOT_LEASE=" + toWideDigits(leaseHandleValue),
       L"QUORVEX_BOOT_INSTALL_DIR=" + installDirectory,
   };
   return composeEnvironmentBlock(splitEnvironmentBlock(own.get()), added, nameComesBefore);

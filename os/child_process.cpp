@@ -8,6 +8,7 @@
 #include "os/child_environment.h"
 #include "os/clock.h"
 #include "os/command_line.h"
+#include "os/desktop.h"
 #include "os/job.h"
 #include "os/log.h"
 #include "os/messages.h"
@@ -52,6 +53,7 @@ class HandleList {
 struct SuspendedProcess {
   OwnedHandle process;
   OwnedHandle thread;
+  DWORD processId = 0;
 };
 
 OwnedHandle duplicateInheritable(HANDLE handle) {
@@ -80,6 +82,7 @@ DWORD createSuspended(const ChildStart& start, HANDLE lease, HandleList& inherit
   }
   created.process = adoptHandle(information.hProcess);
   created.thread = adoptHandle(information.hThread);
+  created.processId = information.dwProcessId;
   return ERROR_SUCCESS;
 }
 
@@ -109,8 +112,10 @@ bool createWithLease(const ChildStart& start, SuspendedProcess& created) {
 bool resumeInJob(const SuspendedProcess& created, OwnedHandle& job) {
   constexpr auto resumeFailed = static_cast<DWORD>(-1);
   job = createKillOnCloseJob();
-  return job != nullptr && AssignProcessToJobObject(job.get(), created.process.get()) &&
-         ResumeThread(created.thread.get()) != resumeFailed;
+  if (job == nullptr || !AssignProcessToJobObject(job.get(), created.process.get())) return false;
+  // The user has started us and not it: without this its window may open behind the others.
+  allowToComeToFront(created.processId);
+  return ResumeThread(created.thread.get()) != resumeFailed;
 }
 
 std::optional<DWORD> activeProcesses(HANDLE job) {
@@ -149,6 +154,8 @@ bool startChild(ChildProcess& child, const ChildStart& start) {
     logLine(messages::cannotCreateChildJob);
     return false;
   }
+  // Not before: until now something is being started, and the child's start is worth more than the cursor.
+  endStartingCursor();
   child.job = std::move(job);
   child.process = std::move(created.process);
   child.exited = false;

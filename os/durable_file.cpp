@@ -5,6 +5,7 @@
 #include "os/clock.h"
 #include "os/handle.h"
 #include "os/random.h"
+#include "os/text.h"
 
 namespace launcher_stub::os {
 namespace {
@@ -13,7 +14,7 @@ namespace {
 // crashed process with the same id may have left behind.
 std::wstring temporaryPath(const std::wstring& target) {
   const std::string digits = randomHexDigits();
-  return target + L".tmp-" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::wstring(digits.begin(), digits.end());
+  return target + L".tmp-" + toWideDigits(GetCurrentProcessId()) + L"-" + std::wstring(digits.begin(), digits.end());
 }
 
 bool writeAll(HANDLE file, std::string_view contents) {

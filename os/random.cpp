@@ -6,14 +6,13 @@
 
 #include <array>
 #include <cstdint>
-#include <stdexcept>
 
 namespace launcher_stub::os {
 
 std::string randomHexDigits() {
   constexpr char digits[] = "0123456789abcdef";
   std::array<std::uint8_t, 16> bytes{};
-  if (!RtlGenRandom(bytes.data(), static_cast<ULONG>(bytes.size()))) throw std::runtime_error("no randomness");
+  if (!RtlGenRandom(bytes.data(), static_cast<ULONG>(bytes.size()))) throw NoRandomness();
 
   std::string text;
   for (const std::uint8_t byte : bytes) {

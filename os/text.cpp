@@ -35,6 +35,11 @@ std::wstring toWide(std::string_view utf8) {
 
 std::string toUtf8(std::wstring_view wide) { return toNarrow(CP_UTF8, WC_ERR_INVALID_CHARS, nullptr, wide); }
 
+std::wstring toWideDigits(std::uint64_t number) {
+  const std::string digits = std::to_string(number);
+  return {digits.begin(), digits.end()};
+}
+
 std::string toSystemCodePage(std::wstring_view wide) {
   // A system set to UTF-8 lacks no character, and refuses both the flag and the replacement.
   if (GetACP() == CP_UTF8) return toNarrow(CP_ACP, 0, nullptr, wide);

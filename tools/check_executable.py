@@ -4,17 +4,18 @@
 import pathlib
 import re
 import sys
+import xml.etree.ElementTree
 
 import pefile
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+# The one place for the version, and the one for the name: the title of the error box.
+SOURCES = (ROOT / "launcher" / "version.h").read_text() + (ROOT / "os" / "messages.h").read_text()
 
 # Part of every Windows, and taken by the loader from the system's folder alone ("known" libraries).
 MAY_IMPORT = {"kernel32.dll", "advapi32.dll", "user32.dll", "shell32.dll", "msvcrt.dll"}
 DIRECTORY = pefile.DIRECTORY_ENTRY
 MANIFEST_TYPE = pefile.RESOURCE_TYPE["RT_MANIFEST"]
-
-
-def utf16(text):
-    return text.encode("utf-16-le")
 
 
 def import_problems(image):
@@ -59,27 +60,61 @@ def manifest_of(image):
     return b""
 
 
-def manifest_problems(image, content):
+def version_in(sources, form):
+    return re.search(rf"^#define LAUNCHER_VERSION_{form} (.+)$", sources, re.M)[1].strip('"').replace(", ", ",")
+
+
+def manifest_problems(image, sources):
     manifest = manifest_of(image)
-    for part in (b'level="asInvoker"', b'uiAccess="false"', b">true</longPathAware>",
-                 b"{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}"):
+    for part in (b'level="asInvoker"', b'uiAccess="false"', b">true</longPathAware>", b">true/pm</dpiAware>",
+                 b">PerMonitorV2,PerMonitor</dpiAwareness>",
+                 b'name="Microsoft.Windows.Common-Controls" version="6.0.0.0"', b'publicKeyToken="6595b64144ccf1df"', b"{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}"):
         if part not in manifest:
             yield f"its manifest lacks {part.decode()}"
-    version = re.search(rb'name="Plinket.Launcher" version="(\d+\.\d+\.\d+)\.0"', manifest)
-    if version is None or utf16(version[1].decode() + "\0") not in content:
-        yield "its manifest names another version than its version information, or none"
-    for text in ("VS_VERSION_INFO", "ProductVersion", "FileDescription", "Plinket launcher"):
-        if utf16(text) not in content:
-            yield f"its version information lacks {text}"
+    if manifest.count(b"<supportedOS ") != 1:
+        yield "its manifest names other systems than those that are supported"
+    try:
+        xml.etree.ElementTree.fromstring(manifest)
+    except xml.etree.ElementTree.ParseError as error:
+        yield f"its manifest is no XML, so it would not start at all: {error}"
+    version = version_in(sources, "TEXT")
+    if f'name="Plinket.Launcher" version="{version}.0"'.encode() not in manifest:
+        yield "its manifest names another version than version.h, or none"
 
 
-def problems_of(content):
+def version_texts(image):
+    for blocks in getattr(image, "FileInfo", []):
+        for block in blocks:
+            for table in getattr(block, "StringTable", []):
+                yield from ((key.decode(), value.decode()) for key, value in table.entries.items())
+
+
+def version_problems(image, sources):
+    product = re.search(r'errorBoxTitle = L"([^"]+)"', sources)[1]
+    version = version_in(sources, "TEXT")
+    texts = dict(version_texts(image))
+    for key, wanted in (("ProductName", product), ("FileDescription", product), ("FileVersion", version),
+                        ("ProductVersion", version), ("OriginalFilename", "launcher.exe")):
+        if texts.get(key) != wanted:
+            yield f"its version information has {texts.get(key)} as {key}, not {wanted}"
+    fixed = getattr(image, "VS_FIXEDFILEINFO", [])
+    for name in ("FileVersion", "ProductVersion"):
+        numbers = [f"{word >> 16},{word & 0xffff}" for each in fixed
+                   for word in (getattr(each, name + "MS"), getattr(each, name + "LS"))]
+        if ",".join(numbers) != version.replace(".", ",") + ",0":
+            yield f"its version information has {numbers} as the numbers of {name}, not {version}.0"
+    if version_in(sources, "NUMBERS") != version.replace(".", ",") + ",0":
+        yield "its version.h disagrees with itself"
+
+
+def problems_of(content, sources=SOURCES):
     image = pefile.PE(data=content, fast_load=True)
     image.parse_data_directories([DIRECTORY[f"IMAGE_DIRECTORY_ENTRY_{name}"]
                                   for name in ("IMPORT", "RESOURCE", "BASERELOC")])
     yield from import_problems(image)
     yield from hardening_problems(image)
-    yield from manifest_problems(image, content)
+    yield from manifest_problems(image, sources)
+    yield from version_problems(image, sources)
 
 
 def main():

@@ -7,9 +7,13 @@ import unittest
 
 import pefile
 
-from check_executable import problems_of
+from check_executable import SOURCES, problems_of
 
 LAUNCHER = pathlib.Path(sys.argv.pop()).read_bytes()
+
+
+def utf16(text):
+    return text.encode("utf-16-le")
 
 
 def spoiled(change):
@@ -91,12 +95,42 @@ class ExecutableTest(unittest.TestCase):
             (b'uiAccess="false"', b'uiAccess="truth"', "uiAccess"),
             (b">true</longPathAware>", b">nope</longPathAware>", "longPathAware"),
             (b"{8e0f7a12", b"{8e0f7a13", "8e0f7a12"),
-            (b'name="Plinket.Launcher" version="', b'name="Plinket.Launcher" version="7', "another version"),
-            ("FileDescription".encode("utf-16-le"), "FileDescriptiom".encode("utf-16-le"), "FileDescription"),
+            (b"<!-- Windows 10 and 11 -->", b'<supportedOS Id="{a}"/>   ', "other systems"),
+            (b">true/pm</dpiAware>", b">nope/pm</dpiAware>", "true/pm"),
+            (b">PerMonitorV2,", b">PerMonitorV1,", "PerMonitorV2"),
+            (b'Common-Controls" version="6.', b'Common-Controls" version="5.', "Common-Controls"),
+            (b"6595b64144ccf1df", b"6595b64144ccf1de", "6595b64144ccf1df"),
+            (b"</assembly>", b"</assemblx>", "no XML"),
+            (b'name="Plinket.Launcher" version="1.', b'name="Plinket.Launcher" version="7.', "another version"),
+            (utf16("FileDescription"), utf16("FileDescriptiom"), "as FileDescription"),
+            (utf16("ProductName"), utf16("ProductMane"), "as ProductName"),
+            (utf16("launcher.exe"), utf16("launcher.exf"), "as OriginalFilename"),
         ):
             with self.subTest(word):
                 self.assertIn(old, LAUNCHER)
                 self.assertTrue(any(word in problem for problem in problems_of(LAUNCHER.replace(old, new))))
+
+    def test_each_spoiled_version_number_is_noticed(self):
+        numbers = LAUNCHER.index(b"\xbd\x04\xef\xfe") + 8  # behind the signature and version of the fixed part
+        for offset, word in ((2, "numbers of FileVersion"), (4, "numbers of FileVersion"),
+                             (10, "numbers of ProductVersion"), (12, "numbers of ProductVersion")):
+            with self.subTest(offset):
+                content = bytearray(LAUNCHER)
+                content[numbers + offset] += 1
+                self.assertTrue(any(word in problem for problem in problems_of(bytes(content))))
+
+    def test_another_name_or_version_in_the_source_is_noticed(self):
+        for old, new, words in (
+            ('TEXT "1.', 'TEXT "7.', ("another version than version.h", "as FileVersion", "as ProductVersion",
+                                      "numbers of FileVersion", "numbers of ProductVersion", "disagrees")),
+            ("NUMBERS 1,", "NUMBERS 7,", ("disagrees",)),
+            ('L"Plinket', 'L"Plonket', ("as ProductName", "as FileDescription")),
+        ):
+            self.assertIn(old, SOURCES)
+            problems = list(problems_of(LAUNCHER, SOURCES.replace(old, new)))
+            for word in words:
+                with self.subTest(new + ": " + word):
+                    self.assertTrue(any(word in problem for problem in problems))
 
 
 if __name__ == "__main__":

@@ -34,6 +34,11 @@ std::function<BOOL()> fakeAssignProcessToJobObject;
 std::function<DWORD()> fakeResumeThread;
 std::function<BOOL(UINT)> fakeTerminateJobObject;
 std::function<BOOL(LPVOID)> fakeQueryInformationJobObject;
+std::function<BOOL()> fakeAllowSetForegroundWindow;
+std::function<BOOL()> fakePostMessageW;
+std::function<BOOL()> fakeGetMessageW;
+std::function<BOOL()> fakeSetProcessShutdownParameters;
+std::function<BOOL()> fakeSetDefaultDllDirectories;
 std::function<BOOL()> fakeFlushFileBuffers;
 std::function<BOOL(LPDWORD)> fakeWriteFile;
 std::function<BOOL(HANDLE)> fakeCloseHandle;
@@ -128,6 +133,13 @@ STUB(BOOL, "kernel32", TerminateJobObject, (HANDLE job, UINT code), (job, code),
 STUB(BOOL, "kernel32", QueryInformationJobObject,
      (HANDLE job, JOBOBJECTINFOCLASS kind, LPVOID information, DWORD size, LPDWORD returned),
      (job, kind, information, size, returned), (information));
+STUB(BOOL, "user32", AllowSetForegroundWindow, (DWORD process), (process), ());
+STUB(BOOL, "user32", PostMessageW, (HWND window, UINT message, WPARAM first, LPARAM second),
+     (window, message, first, second), ());
+STUB(BOOL, "user32", GetMessageW, (LPMSG message, HWND window, UINT lowest, UINT highest),
+     (message, window, lowest, highest), ());
+STUB(BOOL, "kernel32", SetProcessShutdownParameters, (DWORD level, DWORD flags), (level, flags), ());
+STUB(BOOL, "kernel32", SetDefaultDllDirectories, (DWORD flags), (flags), ());
 STUB(BOOL, "kernel32", FlushFileBuffers, (HANDLE file), (file), ());
 STUB(BOOL, "kernel32", WriteFile, (HANDLE file, LPCVOID bytes, DWORD count, LPDWORD written, LPOVERLAPPED overlapped),
      (file, bytes, count, written, overlapped), (written));
@@ -187,6 +199,11 @@ static void forgetWatches() {
   watchSetInformationJobObject = nullptr;
   watchAssignProcessToJobObject = nullptr;
   watchResumeThread = nullptr;
+  watchAllowSetForegroundWindow = nullptr;
+  watchPostMessageW = nullptr;
+  watchGetMessageW = nullptr;
+  watchSetProcessShutdownParameters = nullptr;
+  watchSetDefaultDllDirectories = nullptr;
 }
 
 void forgetFakes() {
@@ -209,6 +226,11 @@ void forgetFakes() {
   fakeResumeThread = nullptr;
   fakeTerminateJobObject = nullptr;
   fakeQueryInformationJobObject = nullptr;
+  fakeAllowSetForegroundWindow = nullptr;
+  fakePostMessageW = nullptr;
+  fakeGetMessageW = nullptr;
+  fakeSetProcessShutdownParameters = nullptr;
+  fakeSetDefaultDllDirectories = nullptr;
   fakeFlushFileBuffers = nullptr;
   fakeWriteFile = nullptr;
   fakeCloseHandle = nullptr;

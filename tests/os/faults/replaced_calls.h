@@ -43,6 +43,11 @@ extern Watch<decltype(::CreateJobObjectW)> watchCreateJobObjectW;
 extern Watch<decltype(::SetInformationJobObject)> watchSetInformationJobObject;
 extern Watch<decltype(::AssignProcessToJobObject)> watchAssignProcessToJobObject;
 extern Watch<decltype(::ResumeThread)> watchResumeThread;
+extern Watch<decltype(::AllowSetForegroundWindow)> watchAllowSetForegroundWindow;
+extern Watch<decltype(::PostMessageW)> watchPostMessageW;
+extern Watch<decltype(::GetMessageW)> watchGetMessageW;
+extern Watch<decltype(::SetProcessShutdownParameters)> watchSetProcessShutdownParameters;
+extern Watch<decltype(::SetDefaultDllDirectories)> watchSetDefaultDllDirectories;
 
 extern std::function<BOOL(LPCWSTR, LPSECURITY_ATTRIBUTES)> fakeCreateDirectoryW;
 extern std::function<BOOL(LPDWORD flags)> fakeGetVolumeInformationW;
@@ -64,6 +69,12 @@ extern std::function<BOOL()> fakeAssignProcessToJobObject;
 extern std::function<DWORD()> fakeResumeThread;
 extern std::function<BOOL(UINT code)> fakeTerminateJobObject;
 extern std::function<BOOL(LPVOID information)> fakeQueryInformationJobObject;
+
+extern std::function<BOOL()> fakeAllowSetForegroundWindow;
+extern std::function<BOOL()> fakePostMessageW;
+extern std::function<BOOL()> fakeGetMessageW;
+extern std::function<BOOL()> fakeSetProcessShutdownParameters;
+extern std::function<BOOL()> fakeSetDefaultDllDirectories;
 
 extern std::function<BOOL()> fakeFlushFileBuffers;
 extern std::function<BOOL(LPDWORD written)> fakeWriteFile;
