@@ -16,7 +16,7 @@ void allowToComeToFront(std::uint32_t processId) noexcept { (void)AllowSetForegr
 void endStartingCursor() noexcept {
   // The cursor goes with the first message that a process takes from its queue by GetMessage; looking into an empty
   // queue is not said to do. So there has to be a message: without one GetMessage would never return.
-  MSG message;
+  MSG message{};
   if (PostMessageW(nullptr, WM_NULL, 0, 0)) (void)GetMessageW(&message, nullptr, 0, 0);
 }
 

@@ -14,6 +14,10 @@ SOURCES = (ROOT / "launcher" / "version.h").read_text() + (ROOT / "os" / "messag
 
 # Part of every Windows, and taken by the loader from the system's folder alone ("known" libraries).
 MAY_IMPORT = {"kernel32.dll", "advapi32.dll", "user32.dll", "shell32.dll", "msvcrt.dll"}
+# They only lead on to a library that is not a known one, cryptbase: the loader would look for it in the program's own
+# folder, before any code of the program has run.
+LEADS_ELSEWHERE = re.compile(rb"SystemFunction0\d\d")
+LARGEST = 192 * 1024  # bytes
 DIRECTORY = pefile.DIRECTORY_ENTRY
 MANIFEST_TYPE = pefile.RESOURCE_TYPE["RT_MANIFEST"]
 
@@ -22,6 +26,10 @@ def import_problems(image):
     imports = {entry.dll.decode().lower() for entry in getattr(image, "DIRECTORY_ENTRY_IMPORT", [])}
     if not imports:
         yield "has no import table"
+    for entry in getattr(image, "DIRECTORY_ENTRY_IMPORT", []):
+        for function in entry.imports:
+            if LEADS_ELSEWHERE.fullmatch(function.name or b""):
+                yield f"imports {function.name.decode()}, which leads to a library that may lie beside it"
     for name in sorted(imports - MAY_IMPORT):
         yield f"imports {name}, which may be missing or be replaced on a user's machine"
     for table in ("IMAGE_DIRECTORY_ENTRY_DELAY_IMPORT", "IMAGE_DIRECTORY_ENTRY_BOUND_IMPORT"):
@@ -111,6 +119,8 @@ def problems_of(content, sources=SOURCES):
     image = pefile.PE(data=content, fast_load=True)
     image.parse_data_directories([DIRECTORY[f"IMAGE_DIRECTORY_ENTRY_{name}"]
                                   for name in ("IMPORT", "RESOURCE", "BASERELOC")])
+    if len(content) > LARGEST:
+        yield f"is larger than agreed: {len(content)} bytes"
     yield from import_problems(image)
     yield from hardening_problems(image)
     yield from manifest_problems(image, sources)

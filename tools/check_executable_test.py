@@ -88,6 +88,14 @@ class ExecutableTest(unittest.TestCase):
             with self.subTest(word):
                 self.assertTrue(any(word in problem for problem in problems_of(spoiled(change))))
 
+    def test_a_large_file_is_noticed(self):
+        self.assertTrue(any("larger" in problem for problem in problems_of(LAUNCHER + bytes(192 * 1024))))
+
+    def test_an_import_that_leads_elsewhere_is_noticed(self):
+        self.assertIn(b"AddAccessAllowedAceEx\0", LAUNCHER)
+        spoiled_imports = LAUNCHER.replace(b"AddAccessAllowedAceEx\0", b"SystemFunction036".ljust(22, b"\0"))
+        self.assertTrue(any("leads to a library" in problem for problem in problems_of(spoiled_imports)))
+
     def test_each_spoiled_text_is_noticed(self):
         for old, new, word in (
             (b"SHELL32.dll", b"SHELL33.dll", "imports shell33.dll"),

@@ -1,5 +1,8 @@
 #!/usr/bin/env python3
-"""Counts the tests of one run, by layer and by platform, from the reports that the run left behind."""
+"""Counts the tests of one run, by layer and by platform, from the reports that the run left behind.
+
+--failed REPORT: only the names of the failed ones in one report of CTest.
+"""
 
 import collections
 import pathlib
@@ -33,7 +36,15 @@ def read_reports(directory, counts):
             counts["end_to_end", "Windows"][result] += 1
 
 
+def failed_in(report):
+    return [case.get("name") for case in ElementTree.parse(report).getroot().iter("testcase")
+            if outcome(case) == "failed"]
+
+
 def main():
+    if sys.argv[1] == "--failed":
+        print("\n".join(failed_in(sys.argv[2])))
+        return 0
     counts = collections.defaultdict(collections.Counter)
     for name in sys.argv[1:]:
         read_reports(pathlib.Path(name), counts)
@@ -46,6 +57,10 @@ def main():
     if totals["skipped"]:
         summary += f", {totals['skipped']} skipped"
     print(summary)
+    for name in sys.argv[1:]:
+        first = pathlib.Path(name) / "windows.junit"
+        if (pathlib.Path(name) / "windows-alone.junit").exists():
+            print("failed beside the others, and run once more, alone: " + ", ".join(failed_in(first)))
     return 1 if totals["failed"] or not totals["passed"] else 0
 
 

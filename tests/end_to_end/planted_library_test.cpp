@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <algorithm>
+
 #include "tests/end_to_end/error_window.h"
 #include "tests/end_to_end/harness.h"
 #include "tests/end_to_end/scripts.h"
@@ -20,11 +22,9 @@ const std::vector<std::wstring> plantedNames = {
     L"version.dll",   L"winmm.dll",   L"coreuicomponents.dll",
 };
 
-std::wstring plantedLibrary() {
-  wchar_t path[MAX_PATH] = L"";
-  EXPECT_NE(GetModuleFileNameW(nullptr, path, MAX_PATH), 0U);
-  const std::wstring program = path;
-  return program.substr(0, program.rfind(L'\\')) + L"\\planted_library.dll";
+std::wstring besideTheTests(const std::wstring& name) {
+  const std::wstring runtime = sampleRuntime();
+  return runtime.substr(0, runtime.find_last_of(L'\\') + 1) + name;
 }
 
 std::vector<std::string> loadedOf(const std::wstring& directory) {
@@ -35,12 +35,14 @@ std::vector<std::string> loadedOf(const std::wstring& directory) {
   return loaded;
 }
 
-TEST(plantedLibrary, besideTheLauncherIsNotLoaded) {
-  requireDesktop();
+// What was loaded from beside a launcher that has started a runtime and shown its box.
+std::vector<std::string> loadedInALaunch(const std::wstring& program) {
   Installation installation;
+  copyFile(program, installation.directory() + L"\\launcher.exe");
   installation.installSlot("aaaa", fails);
   installation.writeState(StateText{.generation = 5, .active = "aaaa"}.json());  // one start, one nonce, then the box
-  for (const std::wstring& name : plantedNames) copyFile(plantedLibrary(), installation.directory() + L"\\" + name);
+  for (const std::wstring& name : plantedNames)
+    copyFile(besideTheTests(L"planted_library.dll"), installation.directory() + L"\\" + name);
 
   Launcher launcher = installation.start();
   const ErrorWindow box = waitForWindow(launcher.process());
@@ -49,14 +51,26 @@ TEST(plantedLibrary, besideTheLauncherIsNotLoaded) {
   EXPECT_EQ(launcher.exitCode(), 1U);
 
   EXPECT_EQ(installation.startedSlots(), std::vector<std::string>{"aaaa"});
-  EXPECT_EQ(loadedOf(installation.directory()), std::vector<std::string>{});
+  return loadedOf(installation.directory());
+}
+
+TEST(plantedLibrary, besideTheLauncherIsNotLoaded) {
+  requireDesktop();
+  EXPECT_EQ(loadedInALaunch(launcherUnderTest()), std::vector<std::string>{});
+}
+
+// Otherwise nobody would know that there is something to be kept out: the same launcher, but for that one call.
+TEST(plantedLibrary, isLoadedByALauncherThatDoesNotKeepToTheSystemsFolder) {
+  requireDesktop();
+  const std::vector<std::string> loaded = loadedInALaunch(besideTheTests(L"unguarded_launcher.exe"));
+  EXPECT_EQ(std::count(loaded.begin(), loaded.end(), "uxtheme.dll"), 1);
 }
 
 // Otherwise the test above would pass with a library that never leaves a trace.
 TEST(plantedLibrary, leavesATraceWhereItIsLoaded) {
   Installation installation;
   const std::wstring copy = installation.scratch() + L"\\planted.dll";
-  copyFile(plantedLibrary(), copy);
+  copyFile(besideTheTests(L"planted_library.dll"), copy);
 
   const HMODULE library = LoadLibraryExW(copy.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
 

@@ -85,6 +85,7 @@ std::uint32_t SimOs::faultFor(Call call, std::wstring_view path) {
   for (Fault& fault : log_.faults) {
     if (fault.strikes(call, path, now())) return fault.code();
   }
+  if (isOfFiles(call) && path.size() > longestPath_) return win32::pathNotFound;
   return 0;
 }
 

@@ -163,6 +163,8 @@ class SimOs {
   void setMemberOfAdministrators(bool member) { memberOfAdministrators_ = member; }
   void setOwner(const std::wstring& path, Owner owner) { disk_.attributes(path)->owner = owner; }
   void setListDrifted(const std::wstring& path) { disk_.attributes(path)->listIsPrivate = false; }
+  // The system knows no longer paths, in code units: what is called with one is not found. None by default.
+  void setLongestPath(std::size_t units) { longestPath_ = units; }
   void setRandomSeed(std::uint64_t seed) { random_.seed(seed); }
   void setBoxStaysOpenFor(std::uint64_t ms) { boxStaysOpenFor_ = ms; }  // `forever`: nobody closes it
   void closeBox();
@@ -355,6 +357,7 @@ class SimOs {
   std::vector<std::wstring> environment_;
   bool volumeKeepsLists_ = true;
   bool memberOfAdministrators_ = false;
+  std::size_t longestPath_ = std::wstring_view::npos;
   std::mt19937_64 random_{20250101};
   std::uint64_t boxStaysOpenFor_ = 1'000;
 

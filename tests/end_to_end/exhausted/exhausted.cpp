@@ -16,10 +16,17 @@ constexpr long unlimited = -1;
 long piecesLeft = unlimited;
 bool hasRandomness = true;
 
+// The library of the random source is looked up by this.
+HMODULE WINAPI moduleHandle(LPCWSTR name) {
+  HMODULE library = nullptr;
+  if (hasRandomness) GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT, name, &library);
+  return library;
+}
+
 }  // namespace
 
-// In the place of the run-time library's and the system's functions, for all that is linked here; both ways in which
-// code may call them are covered.
+// In the place of the run-time library's and the system's functions, for all that is linked here, in both of the ways
+// in which code may call them.
 extern "C" {
 
 void* malloc(std::size_t size) {
@@ -32,17 +39,9 @@ void free(void* memory) {
   if (memory != nullptr) HeapFree(GetProcessHeap(), 0, memory);
 }
 
-BOOLEAN NTAPI SystemFunction036(void* bytes, ULONG count);
-
-BOOLEAN NTAPI SystemFunction036(void* bytes, ULONG count) {
-  if (!hasRandomness) return FALSE;
-  for (ULONG index = 0; index < count; ++index) static_cast<unsigned char*>(bytes)[index] = 0x5a;  // enough for a test
-  return TRUE;
-}
-
 void* __imp_malloc = reinterpret_cast<void*>(&malloc);
 void* __imp_free = reinterpret_cast<void*>(&free);
-void* __imp_SystemFunction036 = reinterpret_cast<void*>(&SystemFunction036);
+void* __imp_GetModuleHandleW = reinterpret_cast<void*>(&moduleHandle);
 
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE previousInstance, LPWSTR commandLine, int showCommand) {
   wchar_t what[32] = L"";
