@@ -1,7 +1,6 @@
 #include "tests/kills/foretold.h"
 
 #include <algorithm>
-#include <set>
 
 namespace end_to_end::kills {
 namespace {
@@ -14,7 +13,8 @@ bool contains(const std::vector<std::string>& list, const std::string& entry) {
 
 class Launch {
  public:
-  Launch(const World& world, const Acts& acts, bool told) : world_(world), acts_(acts), told_(told) {
+  Launch(const World& world, const Acts& acts, bool told, const LostStarts& lost)
+      : world_(world), acts_(acts), told_(told), lost_(lost) {
     world_.pruning = false;
     world_.newAttempts = 0;
     note(Change::nothing);
@@ -112,11 +112,14 @@ class Launch {
     note(Change::attemptCreated);
     world_.attempts.back() = true;
     note(Change::recordWritten);
+    runtimeIsLost_ = lost_.contains(++startsOfLaunch_);
+    if (runtimeIsLost_) return;
     world_.starts.push_back(slot);
     note(Change::runtimeStarted);
   }
 
   End runtimeDoes(const std::string& slot) {
+    if (runtimeIsLost_) return End::failed;
     const auto starts = static_cast<std::size_t>(std::count(world_.starts.begin(), world_.starts.end(), slot));
     switch (actAt(acts_, slot, starts)) {
       case Act::crashes:
@@ -162,7 +165,9 @@ class Launch {
       if (end == End::staysOn) return false;
       if (end == End::failed) {
         fail(slot);
-        continue;
+        if (!failed_.contains(seedSlot)) continue;
+        result_.exitCode = 1;  // nothing is left to start
+        return false;
       }
       if (runsAsCandidate_) {  // whatever it asked for, its start does not count
         --state_.attemptCount;
@@ -177,6 +182,7 @@ class Launch {
   World world_;
   const Acts& acts_;
   bool told_;
+  const LostStarts& lost_;
   Foretold result_ = {};
 
   StateText state_ = {};                   // as it will be written next
@@ -185,6 +191,8 @@ class Launch {
   bool mustSave_ = false;
   bool mustRemove_ = false;
   bool runsAsCandidate_ = false;
+  bool runtimeIsLost_ = false;
+  std::size_t startsOfLaunch_ = 0;
   std::set<std::string> failed_ = {};
 };
 
@@ -218,6 +226,8 @@ const char* nameOf(Change change) {
   return names[static_cast<std::size_t>(change)];
 }
 
-Foretold foretell(const World& world, const Acts& acts, bool told) { return Launch(world, acts, told).tell(); }
+Foretold foretell(const World& world, const Acts& acts, bool told, const LostStarts& lost) {
+  return Launch(world, acts, told, lost).tell();
+}
 
 }  // namespace end_to_end::kills

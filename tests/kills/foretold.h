@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -57,7 +58,10 @@ struct Foretold {
   std::optional<int> exitCode;  // none: its last runtime stays
 };
 
+// The starts of a launch, from 1 on, at which the system lost the runtime before it could record anything.
+using LostStarts = std::set<std::size_t>;
+
 // `told`: the runtimes are told to finish before the launch begins.
-Foretold foretell(const World& world, const Acts& acts, bool told);
+Foretold foretell(const World& world, const Acts& acts, bool told, const LostStarts& lost = {});
 
 }  // namespace end_to_end::kills

@@ -15,7 +15,7 @@ constexpr std::size_t killsOfAShare = 49;
 constexpr std::size_t promotions = 10;
 
 void expectNothingWrong(const Tally& tally, std::size_t kills) {
-  for (const std::string& one : tally.lost) std::printf("lost by the system: %s\n", one.c_str());
+  printLosses(tally);
   for (const std::string& failure : tally.failures) ADD_FAILURE() << failure;
   EXPECT_GE(tally.kills, kills);
   EXPECT_FALSE(lostTooMany(tally));

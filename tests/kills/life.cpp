@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tests/kills/excuses.h"
 #include "tests/kills/moment.h"
 #include "tests/kills/promises.h"
 #include "tests/kills/watched_launcher.h"
@@ -18,13 +19,17 @@ constexpr std::uint32_t treeEndLimitMs = 10'000;  // the system ends the tree at
 constexpr std::uint32_t leaseLimitMs = 2'000;
 constexpr std::uint64_t soakMs = 60'000;
 constexpr std::size_t triesToKill = 8;
-constexpr int mostTriesToStart = 3;
+constexpr std::size_t mostStartsOfALaunch = 6;
 
+constexpr const char* cannotStart = "cannot start ";
+constexpr const char* nothingToStart = "No runnable runtime";
 constexpr const char* systemRefused = ": Win32 error 1359";  // an internal error of the system
 
-std::optional<std::size_t> lastFitting(const Foretold& foretold, const Found& found) {
+// The step that the launch has reached, the last one unless it was cut short.
+std::optional<std::size_t> stepReached(const Foretold& foretold, const Found& found, bool cutShort) {
   for (std::size_t i = foretold.steps.size(); i > 0; --i) {
     if (fits(foretold.steps[i - 1].world, found)) return i - 1;
+    if (!cutShort) break;
   }
   return std::nullopt;
 }
@@ -48,7 +53,8 @@ Moment momentOfPromotion(Chance& chance, const Foretold& foretold) {
 
 class Life {
  public:
-  Life(Stage& stage, const Kind& kind, std::uint64_t seed) : stage_(stage), kind_(kind), chance_(seed) {
+  Life(Stage& stage, const Kind& kind, std::uint64_t seed)
+      : stage_(stage), kind_(kind), chance_(seed), told_(kind.told) {
     report_.kind = kind.name;
     report_.seed = seed;
   }
@@ -80,19 +86,19 @@ class Life {
 
   // On a busy machine Wine now and then fails to start a program; nothing of it has run then.
   std::unique_ptr<WatchedLauncher> start() {
-    for (int tries = 1; tries < mostTriesToStart; ++tries) {
+    for (;;) {
       try {
         return std::make_unique<WatchedLauncher>(*installation_);
-      } catch (const std::runtime_error&) {
-        ++report_.failedStarts;
+      } catch (const std::runtime_error& error) {
+        if (!mayExcuse(Excuse::launcherNotStarted)) throw;
+        report_.failedStarts.emplace_back(error.what());
       }
     }
-    return std::make_unique<WatchedLauncher>(*installation_);
   }
 
   void launchAndKill() {
-    const Foretold foretold = foretell(world_, kind_.acts, kind_.told);
-    if (kind_.told) tellToFinish();
+    const Foretold foretold = foretell(world_, kind_.acts, told_);
+    if (told_) tellToFinish();
     const bool soaks = foretold.steps.back().change == Change::promoted;
     const Moment moment =
         soaks ? momentOfPromotion(chance_, foretold) : drawMoment(chance_, foretold, expectedLength(foretold));
@@ -108,33 +114,50 @@ class Life {
   }
 
   void launchInPeace() {
+    told_ = true;
     tellToFinish();
-    const Foretold foretold = foretell(world_, kind_.acts, true);
+    const Foretold foretold = foretell(world_, kind_.acts, told_);
     const Found before = look(*installation_);
     const auto watched = start();
     if (!watched->launcher().process().endsWithin()) return find("the next launch does not end");
     judge(foretold, before, *watched, false);
   }
 
+  // What the launch was to go through; when the system lost runtimes, with these losses.
+  struct Losses {
+    Foretold foretold;
+    std::size_t starts = 0;
+  };
+
   void judge(const Foretold& foretold, const Found& before, WatchedLauncher& watched, bool killed) {
+    judgeEnd(watched);
+    const Found after = lookAgain(*installation_, before);
+    learnStartTime(before, after, watched.startedAt());
+    const bool endedBySystem = !killed && isLostLauncher(before, after, watched.launcher());
+    const bool cutShort = killed || endedBySystem;
+    if (cutShort) ++cutShort_;
+    const Losses losses = lossesOf(foretold, before, after, watched.launcher(), killed);
+    judgePromises(before, after, cutShort, losses.starts);
+    judgeDisk(losses.foretold, after, cutShort);
+    judgeOutcome(losses, watched.launcher(), cutShort);
+    if (!report_.findings.empty()) {
+      return find(std::string(killed ? "after the kill" : "after a launch in peace") + ": " + describe(after));
+    }
+    // On the very disk at which it ended: if that is what it cannot bear, it ends there again, unexcused.
+    if (endedBySystem && !report_.spoilsStage) launchInPeace();
+  }
+
+  void judgeEnd(const WatchedLauncher& watched) {
     const std::uint64_t end = milliseconds();
     if (!watched.treeEndsWithin(treeEndLimitMs)) return judgeSurvivors(watched.survivors());
     report_.slowestEndMs = std::max(report_.slowestEndMs, milliseconds() - end);
     const auto leaseIsFree = [&] { return openExclusively(installation_->inRoot(L"launch.lock")) != nullptr; };
     if (isPresent(installation_->stateRoot()) && !waitUntil(leaseIsFree, leaseLimitMs)) find("the lease is not free");
-
-    const Found after = lookAgain(*installation_, before);
-    learnStartTime(before, after, watched.startedAt());
-    judgePromises(before, after, killed);
-    judgeDisk(foretold, after, killed);
-    judgeOutcome(foretold, watched.launcher(), killed);
-    if (!isFine()) excuseLosses(before, after, watched.launcher(), killed);
-    if (!report_.findings.empty())
-      find(std::string(killed ? "after the kill" : "after a launch in peace") + ": " + describe(after));
   }
 
+  // Remains hold the lease, as a rule; that is all they excuse.
   void judgeSurvivors(const WatchedLauncher::Survivors& survivors) {
-    report_.spoilsStage = true;  // the lease is held, as a rule
+    report_.spoilsStage = true;
     if (survivors.living == 0 && survivors.remains > 0) {
       report_.lost = "remains of a process that was being created";
     } else {
@@ -142,16 +165,16 @@ class Life {
     }
   }
 
-  void judgePromises(const Found& before, const Found& after, bool killed) {
+  void judgePromises(const Found& before, const Found& after, bool cutShort, std::size_t lostStarts) {
     const Restarts asked = restartsAsked();
     const std::size_t restarts = asked.before + asked.ofLast;
     const bool lastHasBegun = asked.begun == countOf(after.startedSlots(), candidateSlot);
-    const std::size_t kills = report_.kills.size() + (killed ? 1 : 0);
     for (const std::string& promise : brokenPromises({.kind = kind_,
                                       .before = before,
                                       .after = after,
-                                      .killed = killed,
-                                      .kills = kills,
+                                      .killed = cutShort,
+                                      .kills = cutShort_,
+                                      .lostStarts = lostStarts,
                                       .restarts = restarts,
                                       .restartsBefore = lastHasBegun ? asked.before : restarts,
                                       .soaked = hasSoaked()})) {
@@ -159,15 +182,14 @@ class Life {
     }
   }
 
-  void judgeDisk(const Foretold& foretold, const Found& after, bool killed) {
-    std::optional<std::size_t> step = lastFitting(foretold, after);
-    const bool mustBeTheLast = !killed;
-    if (!step || (mustBeTheLast && *step + 1 != foretold.steps.size())) {
+  void judgeDisk(const Foretold& foretold, const Found& after, bool cutShort) {
+    const std::optional<std::size_t> step = stepReached(foretold, after, cutShort);
+    if (!step) {
       return find("the disk is as no moment of the launch leaves it; it was to go through" + listOf(foretold, after));
     }
     world_ = foretold.steps[*step].world;
     if (world_.pruning) world_.attempts = leftByPruning(after);
-    if (!killed) return;
+    if (!cutShort || !report_.lost.empty()) return;
     const Change last = foretold.steps[*step].change;
     report_.kills.push_back({report_.moment, landingOf(last, after), last});
   }
@@ -180,13 +202,17 @@ class Life {
     return attempts;
   }
 
-  void judgeOutcome(const Foretold& foretold, Launcher& launcher, bool killed) {
-    for (const std::string& line : launcher.lines()) find("printed: " + line);
-    if (killed) return;
+  void judgeOutcome(const Losses& losses, const Launcher& launcher, bool cutShort) {
+    for (const std::string& line : launcher.lines()) {
+      const bool tellsOfLoss = losses.starts > 0 && (line.starts_with(cannotStart) || line == nothingToStart);
+      if (!tellsOfLoss) find("printed: " + line);
+    }
+    if (cutShort) return;
     const std::uint32_t code = launcher.exitCode();
-    if (!foretold.exitCode) return find("ended by itself, with exit code " + std::to_string(code));
-    if (code != static_cast<std::uint32_t>(*foretold.exitCode)) {
-      find("exit code " + std::to_string(code) + " instead of " + std::to_string(*foretold.exitCode));
+    const std::optional<int> expected = losses.foretold.exitCode;
+    if (!expected) return find("ended by itself, with exit code " + std::to_string(code));
+    if (code != static_cast<std::uint32_t>(*expected)) {
+      find("exit code " + std::to_string(code) + " instead of " + std::to_string(*expected));
     }
   }
 
@@ -256,34 +282,57 @@ class Life {
     if (time > startedAt) stage_.learnStartMs(time - startedAt);
   }
 
-  // Wine now and then ends a program in the first moments of its life, without a word, or fails to start one. Of the
-  // launcher that shows as an end that changes nothing and has neither of the codes with which it ends before its first
-  // start; of a runtime, as an attempt that is followed by another although nothing was recorded of its start, or by
-  // the error with which the system refused. Such a life says nothing and is lived again; how often that may happen is
-  // limited.
-  void excuseLosses(const Found& before, const Found& after, Launcher& launcher, bool killed) {
+  // Wine now and then ends a program in the first moments of its life, without a word, or fails to start one. A life in
+  // which that happens says less than others: it is lived again, and how often that may be is limited. But it is judged
+  // like any other, by what such a loss has to lead to. Of the launcher it shows as an end before the first attempt,
+  // with neither of the codes with which it ends there by itself; it is judged like a killed one.
+  bool isLostLauncher(const Found& before, const Found& after, const Launcher& launcher) {
+    const bool started = after.newAttempts > 0 || after.starts.size() != before.starts.size();
+    if (started || launcher.exitCode() <= 1 || !launcher.lines().empty()) return false;
+    if (!mayExcuse(Excuse::launcherEnded)) return false;
+    report_.lost = "a launcher, exit code " + std::to_string(launcher.exitCode());
+    return true;
+  }
+
+  // A lost runtime shows as an attempt of whose start nothing was recorded, though another moment than that of the
+  // start was reached; or as the error with which the system refused. It is believed only if the launcher then did what
+  // it has to do about a runtime that fails at once.
+  Losses lossesOf(const Foretold& foretold, const Found& before, const Found& after, const Launcher& launcher,
+                  bool killed) {
     const std::vector<std::string> lines = launcher.lines();
-    const std::size_t attempts = after.newAttempts;
     const std::size_t starts = after.starts.size() - before.starts.size();
-    std::string lost;
-    if (!lines.empty()) {
-      if (lines.front().ends_with(systemRefused)) lost = lines.front();
-    } else if (!killed && attempts == 0 && starts == 0 && launcher.exitCode() > 1) {
-      lost = "a launcher, exit code " + std::to_string(launcher.exitCode());
-    } else if (starts + (killed ? 1 : 0) < attempts) {
-      lost = "a runtime";
+    const bool refused =
+        !lines.empty() && lines.front().starts_with(cannotStart) && lines.front().ends_with(systemRefused);
+    const bool otherLine =
+        std::any_of(lines.begin(), lines.end(), [](const std::string& line) { return line != nothingToStart; });
+    const bool silent = !otherLine && starts < after.newAttempts && !stepReached(foretold, after, killed);
+    if (refused || silent) {
+      for (const LostStarts& lost : possibleLosses()) {
+        const Foretold then = foretell(world_, kind_.acts, told_, lost);
+        if (!stepReached(then, after, killed)) continue;
+        report_.lost = refused ? lines.front() : "a runtime";
+        return {then, lost.size()};
+      }
     }
-    if (lost.empty()) return;
-    for (const std::string& finding : report_.findings) lost += " | " + finding.substr(0, finding.find('\n'));
-    report_.lost = lost;
-    report_.findings.clear();
+    return {foretold};
+  }
+
+  static std::vector<LostStarts> possibleLosses() {
+    std::vector<LostStarts> losses;
+    for (std::size_t first = 1; first <= mostStartsOfALaunch; ++first) losses.push_back({first});
+    for (std::size_t first = 1; first <= mostStartsOfALaunch; ++first) {
+      for (std::size_t second = first + 1; second <= mostStartsOfALaunch; ++second) losses.push_back({first, second});
+    }
+    return losses;
   }
 
   Stage& stage_;
   const Kind& kind_;
   Chance chance_;
+  std::size_t cutShort_ = 0;  // launches
   Installation* installation_ = nullptr;
   World world_ = {};
+  bool told_;  // the runtimes, to finish
   LifeReport report_ = {};
 };
 

@@ -24,13 +24,13 @@ struct LifeReport {
   std::string kind;
   std::uint64_t seed = 0;
   std::vector<Kill> kills;
-  std::string moment;                 // of the last kill, that it was to be, if need be; in words
-  std::size_t tooLate = 0;            // launches that were over before they could be killed; judged all the same
-  std::size_t failedStarts = 0;       // of launchers, by the system; tried again
-  std::uint64_t slowestEndMs = 0;     // from a launcher's end to that of its tree
-  std::string lost;                   // the system ended a program that nobody had touched; empty: it did not
-  bool spoilsStage = false;           // something is left in it that disturbs the next life
-  std::vector<std::string> findings;  // what is wrong; empty is what it should be
+  std::string moment;                     // of the last kill, that it was to be, if need be; in words
+  std::size_t tooLate = 0;                // launches that were over before they could be killed; judged all the same
+  std::vector<std::string> failedStarts;  // of launchers, by the system; tried again
+  std::uint64_t slowestEndMs = 0;         // from a launcher's end to that of its tree
+  std::string lost;                       // what the system did by itself, so that the life says less; empty: nothing
+  bool spoilsStage = false;               // something is left in it that disturbs the next life
+  std::vector<std::string> findings;      // what is wrong; empty is what it should be
 };
 
 // At least one kill, at most `mostKills`. Throws where nothing can be prepared.

@@ -64,7 +64,7 @@ int killAsAsked(const Options& options) {
   aside.join();
   tally.add(promotions);
 
-  for (const std::string& one : tally.lost) std::printf("lost by the system: %s\n", one.c_str());
+  printLosses(tally);
   for (const std::string& failure : tally.failures) std::printf("FAILED: %s\n", failure.c_str());
   std::printf("seed %llu\nfigures: %s\n", static_cast<unsigned long long>(options.seed), tally.figures().c_str());
   const bool allKilled = tally.kills >= others + options.promotions;

@@ -14,7 +14,8 @@ struct Judged {
   const Found& before;
   const Found& after;
   bool killed;                 // else it ended by itself
-  std::size_t kills;           // since the kind's first world, with this one
+  std::size_t kills;           // since the kind's first world, with this one; by us or by the system
+  std::size_t lostStarts;      // of this launch, by the system
   std::size_t restarts;        // that the candidate's runtimes had begun to ask for since then
   std::size_t restartsBefore;  // without that of its last start
   bool soaked;                 // the candidate had left its health mark a minute before the end of this launch

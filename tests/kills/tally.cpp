@@ -1,6 +1,7 @@
 #include "tests/kills/tally.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <exception>
 #include <memory>
 #include <mutex>
@@ -33,6 +34,12 @@ std::string failureText(const LifeReport& report) {
   const bool promotes = report.kind == promotion().name;
   return text + "\n  again, as far as time allows: kill_tests " + (promotes ? "--promotions" : "--kills") +
          " 1 --seed " + std::to_string(report.seed);
+}
+
+// Chance does not do that: the launcher may well be at fault.
+std::string alwaysLostText(LifeReport report) {
+  report.findings = {"lost " + std::to_string(livesForLosses) + " times in a row, the last time: " + report.lost};
+  return failureText(report);
 }
 
 // Some threads that take the seeds in turn until there are enough kills.
@@ -77,7 +84,8 @@ class Workers {
       if (report.spoilsStage) stage.reset();
       const std::lock_guard lock(mutex_);
       tally_.add(report);
-      if (report.lost.empty()) break;
+      if (report.lost.empty() || !report.findings.empty()) break;
+      if (i + 1 == livesForLosses) tally_.failures.push_back(alwaysLostText(report));
     }
     const std::lock_guard lock(mutex_);
     --underWay_;
@@ -108,11 +116,11 @@ const char* nameOfLanding(Landing landing) {
 
 void Tally::add(const LifeReport& report) {
   tooLate += report.tooLate;
-  failedStarts += report.failedStarts;
+  failedStarts.insert(failedStarts.end(), report.failedStarts.begin(), report.failedStarts.end());
   slowestEndMs = std::max(slowestEndMs, report.slowestEndMs);
   if (!report.lost.empty()) {
     lost.push_back(report.kind + ", seed " + std::to_string(report.seed) + ": " + report.lost);
-    return;
+    if (report.findings.empty()) return;
   }
   ++lives;
   if (!report.findings.empty()) failures.push_back(failureText(report));
@@ -131,7 +139,7 @@ void Tally::add(const Tally& other) {
   for (const auto& [landing, count] : other.byLanding) byLanding[landing] += count;
   for (const auto& [change, count] : other.byChange) byChange[change] += count;
   tooLate += other.tooLate;
-  failedStarts += other.failedStarts;
+  failedStarts.insert(failedStarts.end(), other.failedStarts.begin(), other.failedStarts.end());
   slowestEndMs = std::max(slowestEndMs, other.slowestEndMs);
   lost.insert(lost.end(), other.lost.begin(), other.lost.end());
   failures.insert(failures.end(), other.failures.begin(), other.failures.end());
@@ -143,7 +151,7 @@ std::string Tally::figures() const {
          "; kinds: " + countsOf(byKind, [](const std::string& kind) { return kind; }) + "; " + std::to_string(tooLate) +
          " launches were over before; slowest end of a tree " + std::to_string(slowestEndMs) +
          " ms; the system lost programs in " + std::to_string(lost.size()) + " lives and failed to start " +
-         std::to_string(failedStarts);
+         std::to_string(failedStarts.size());
 }
 
 Tally killByChance(std::uint64_t firstSeed, std::size_t kills, unsigned workers) {
@@ -152,6 +160,11 @@ Tally killByChance(std::uint64_t firstSeed, std::size_t kills, unsigned workers)
 
 Tally killInPromotions(std::uint64_t firstSeed, std::size_t kills, unsigned workers) {
   return Workers(firstSeed, kills, true).work(workers);
+}
+
+void printLosses(const Tally& tally) {
+  for (const std::string& one : tally.lost) std::printf("lost by the system: %s\n", one.c_str());
+  for (const std::string& one : tally.failedStarts) std::printf("not started by the system: %s\n", one.c_str());
 }
 
 bool lostTooMany(const Tally& tally) { return tally.lost.size() > 3 + tally.kills / 25; }

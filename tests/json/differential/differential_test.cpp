@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <map>
 
+#include "json/messages.h"
 #include "tests/json/differential/document_generator.h"
 #include "tests/json/differential/exceptions.h"
 
@@ -91,6 +92,13 @@ TEST(parseJsonDocument, differsFromOthersInTheNamedExceptions) {
        {}},
       {"zero byte", std::string("1\0", 2), zeroByte, zeroByte},
       {"zero byte and more", std::string("1\0x", 3), zeroByte, zeroByte},
+      {"zero byte and the rest of an array", std::string("[1]\0,2]", 8), zeroByte, zeroByte},
+      {"zero byte within the value", std::string("[1\0]", 4), {}, {}},
+      {"byte-order mark and a repeated key",
+       "\xEF\xBB\xBF"
+       R"({"":0,"":0})",
+       byteOrderMark, byteOrderMark},
+      {"surrogate pair", R"("\ud83d\ude80")", {}, {}},
       {"lone low surrogate", R"("\udc00")", loneLowSurrogate, {}},
       {"lone low surrogate in a key", R"({"\udc00":0})", loneLowSurrogate, {}},
       {"lone high surrogate", R"("\ud800")", {}, {}},
@@ -105,6 +113,49 @@ TEST(parseJsonDocument, differsFromOthersInTheNamedExceptions) {
     const Judgement ours = judgeByOurs(c.document);
     EXPECT_EQ(difference(c.document, ours, Other::rapidJson, judgeByRapidJson(c.document)), c.rapidJson);
     EXPECT_EQ(difference(c.document, ours, Other::nlohmann, judgeByNlohmann(c.document)), c.nlohmann);
+  }
+}
+
+// What a document would have to be blamed for if we refused it for this, and the others accepted it.
+TEST(parseJsonDocument, isNotExcusedByAnExceptionThatTheDocumentIsNot) {
+  struct Refusal {
+    const char* why;
+    std::string document;
+    std::string_view error;
+  };
+  const std::string manyBytes = "[" + repeated(1200, "\"four\",") + "{\"key\":0}]";
+  const Refusal cases[] = {
+      {"not longer than allowed", repeated(65535, " ") + "1", messages::recordTooLarge},
+      {"as deep as allowed", repeated(9, "[") + repeated(9, "]"), messages::depthExceeded},
+      {"no key twice", R"({"a":0,"b":0})", messages::duplicateKey},
+      {"the longest string allowed", longString(4096), messages::stringTooLong},
+      {"many short strings", manyBytes, messages::stringTooLong},
+      {"many short strings and a key", manyBytes, messages::objectSyntax},
+      {"a long string, but the fault is an object's", "[" + longString(4097) + ",{}]", messages::objectSyntax},
+      {"a long key, but the fault is a string's", "{" + longString(4097) + ":\"\"}", messages::stringTooLong},
+      {"zero byte only behind the fault", std::string("[1] \0", 5), messages::invalidNumber},
+      {"nothing behind the value", "1", messages::trailingData},
+      {"a surrogate pair", R"("\ud83d\ude80")", messages::unpairedLowSurrogate},
+      {"a backslash and letters", R"("\\udc00")", messages::unpairedLowSurrogate},
+      {"no byte-order mark", "1", messages::invalidNumber},
+  };
+  for (const Refusal& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.why << ": " << printable(c.document.substr(0, 40)));
+    const Judgement ours = {.error = std::string(c.error)};
+    EXPECT_EQ(difference(c.document, ours, Other::rapidJson, judgeByRapidJson(c.document)), exceptions::unexplained);
+    EXPECT_EQ(difference(c.document, ours, Other::nlohmann, judgeByNlohmann(c.document)), exceptions::unexplained);
+  }
+}
+
+// As if the other parser had read no more than the first value, though the zero byte is further behind.
+TEST(parseJsonDocument, isNotExcusedByAZeroByteAtAnotherPlace) {
+  const Judgement other = judgeByNlohmann("[1]");
+  for (const std::string front : {"[1] 2", "[1,2]", "[1] [1]"}) {
+    SCOPED_TRACE(front);
+    const std::string document = front + std::string("\0", 1);
+    const Judgement ours = judgeByOurs(document);
+    ASSERT_EQ(ours.error, messages::trailingData);
+    EXPECT_EQ(difference(document, ours, Other::nlohmann, other), exceptions::unexplained);
   }
 }
 

@@ -6,42 +6,46 @@
 namespace launcher_stub::differential {
 namespace {
 
-bool escapesLowSurrogate(std::string_view document) {
-  for (std::size_t at = document.find("\\u"); at != std::string_view::npos; at = document.find("\\u", at + 1)) {
-    const std::string_view digits = document.substr(at + 2, 2);
-    constexpr std::string_view second = "cdefCDEF";
-    if (digits.size() == 2 && (digits[0] == 'd' || digits[0] == 'D') && second.find(digits[1]) != second.npos)
-      return true;
+// What a reader that looks for a byte-order mark, byte after byte, leaves of the document.
+std::string_view withoutPartsOfMark(std::string_view document) {
+  for (const char byte : {'\xEF', '\xBB', '\xBF'}) {
+    if (document.starts_with(byte)) document.remove_prefix(1);
   }
-  return false;
+  return document;
 }
 
-bool beginsWithPartOfMark(std::string_view document) {
-  return document.starts_with('\xEF') || document.starts_with('\xBB') || document.starts_with('\xBF');
+// The other parser has read this part and no more.
+bool isExplainedBy(std::string_view part, Other who, const Judgement& other) {
+  const std::optional<std::string_view> found = difference(part, judgeByOurs(part), who, other);
+  return !found || *found != exceptions::unexplained;
 }
 
-// Whatever is wrong with a key is an "object syntax".
-bool isFaultOfText(const std::string& error, std::string_view message) {
-  return error == message || error == messages::objectSyntax;
+// The zero byte is where we have found something behind the value.
+bool endsForOthersAtZero(std::string_view document, Other who, const Judgement& other) {
+  const std::size_t zero = document.find('\0');
+  return zero != document.npos && isExplainedBy(document.substr(0, zero), who, other);
 }
 
-// Each of these says that the exception is really what the document is about, not only that our message is of its kind.
+// Each of these says that the exception is really what the document is about, as the other parser has read it, not only
+// that our message is of its kind. Whatever is wrong with a key is an "object syntax".
 std::string_view whyRefusedByUs(std::string_view document, const std::string& error, Other who,
                                 const Judgement& other) {
-  if (error == messages::recordTooLarge) return exceptions::size;
+  const bool ofString = error != messages::objectSyntax;
+  const Texts& texts = ofString ? other.strings : other.keys;
+  if (error == messages::recordTooLarge && document.size() > kMaxRecordBytes) return exceptions::size;
   if (error == messages::depthExceeded && other.deepest > kMaxJsonDepth) return exceptions::depth;
   if (error == messages::duplicateKey && other.repeatsKey) return exceptions::repeatedKey;
-  if (isFaultOfText(error, messages::stringTooLong) && document.size() > kMaxStringBytes) return exceptions::longText;
-  if (error == messages::invalidNumber && document.starts_with("\xEF\xBB\xBF")) return exceptions::byteOrderMark;
-  if (who == Other::rapidJson && error == messages::invalidNumber && beginsWithPartOfMark(document)) {
-    return exceptions::partOfMark;
-  }
-  if (error == messages::trailingData && document.find('\0') != std::string_view::npos) return exceptions::zeroByte;
-  if (who == Other::rapidJson && isFaultOfText(error, messages::unpairedLowSurrogate) &&
-      escapesLowSurrogate(document)) {
+  if ((error == messages::stringTooLong || !ofString) && texts.longest > kMaxStringBytes) return exceptions::longText;
+  if ((error == messages::unpairedLowSurrogate || !ofString) && who == Other::rapidJson && texts.holdSurrogate) {
     return exceptions::loneLowSurrogate;
   }
-  return exceptions::unexplained;
+  if (error == messages::trailingData && endsForOthersAtZero(document, who, other)) return exceptions::zeroByte;
+
+  const std::string_view unmarked = withoutPartsOfMark(document);
+  const bool readWithoutMark = unmarked.size() < document.size() && isExplainedBy(unmarked, who, other);
+  if (error != messages::invalidNumber || !readWithoutMark) return exceptions::unexplained;
+  if (unmarked.size() + 3 == document.size()) return exceptions::byteOrderMark;
+  return who == Other::rapidJson ? exceptions::partOfMark : exceptions::unexplained;
 }
 
 JsonValue withoutMinusZero(const JsonValue& value) {

@@ -13,10 +13,18 @@ Judgement judgeByOurs(std::string_view document) {
   return judgement;
 }
 
+void Texts::note(std::string_view text) {
+  longest = std::max(longest, text.size());
+  for (std::size_t at = text.find('\xED'); at != text.npos; at = text.find('\xED', at + 1)) {
+    if (at + 1 < text.size() && static_cast<unsigned char>(text[at + 1]) >= 0xA0) holdSurrogate = true;
+  }
+}
+
 void ValueBuilder::noteDepth() { judgement_.deepest = std::max(judgement_.deepest, static_cast<int>(open_.size())); }
 
 bool ValueBuilder::add(JsonValue value) {
   noteDepth();
+  if (value.string() != nullptr) judgement_.strings.note(*value.string());
   if (open_.empty()) {
     judgement_.value = std::move(value);
   } else if (Container& container = open_.back(); !container.hasKey) {
@@ -34,6 +42,7 @@ bool ValueBuilder::begin() {
 }
 
 bool ValueBuilder::key(std::string_view key) {
+  judgement_.keys.note(key);
   open_.back().key = key;
   open_.back().hasKey = true;
   return true;

@@ -1,6 +1,7 @@
 // What a parser makes of a document, in a form that can be compared.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,12 +10,21 @@
 
 namespace launcher_stub::differential {
 
+// What the strings or the keys of a document hold, decoded.
+struct Texts {
+  std::size_t longest = 0;     // bytes
+  bool holdSurrogate = false;  // encoded, for itself; only an escape can bring it in
+
+  void note(std::string_view text);
+};
+
 struct Judgement {
   bool accepted = false;
   JsonValue value;    // of an accepted document; of a repeated key's values the first
   std::string error;  // of our own parser
   int deepest = 0;    // depth of the deepest value begun
   bool repeatsKey = false;
+  Texts strings, keys;
   bool holdsHugeNumber = false;  // one that no double can hold
 };
 

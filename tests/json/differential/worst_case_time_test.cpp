@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 
 #include "tests/json/parsing.h"
 #include "tests/json/worst_cases.h"
@@ -10,13 +11,15 @@
 namespace launcher_stub {
 namespace {
 
-// It is under 1 ms on a quiet machine (json_worst_cases prints it). The bound is wide enough for a loaded one, and
-// narrow enough for a cost that grows with the square of the size.
-constexpr double boundMs = 8;
+constexpr double boundMs = 1;
+
+// The best of so many runs is what the parser needs, whatever else the machine was doing meanwhile.
+constexpr int fewestRuns = 15;
+constexpr int mostRuns = 300;  // where a busy machine has disturbed all of the first ones
 
 double bestMilliseconds(const std::string& document) {
   double best = 1e9;
-  for (int run = 0; run < 7; ++run) {
+  for (int run = 0; run < fewestRuns || (best >= boundMs && run < mostRuns); ++run) {
     const auto start = std::chrono::steady_clock::now();
     (void)parse(document);
     const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - start;
@@ -25,11 +28,18 @@ double bestMilliseconds(const std::string& document) {
   return best;
 }
 
-TEST(parseJsonDocument, takesNoneOfTheLargestDocumentsLong) {
+TEST(parseJsonDocument, readsEachOfTheLargestDocumentsInAMillisecond) {
+  double worst = 0;
+  const char* slowest = "";
   for (const WorstCase& c : worstCases()) {
     SCOPED_TRACE(c.name);
-    EXPECT_LT(bestMilliseconds(c.document), boundMs);
+    const double best = bestMilliseconds(c.document);
+    EXPECT_LT(best, boundMs);
+    if (best > worst) slowest = c.name;
+    worst = std::max(worst, best);
   }
+  std::printf("figures: %zu documents of 65536 bytes, the slowest in %.3f ms (%s)\n", worstCases().size(), worst,
+              slowest);
 }
 
 }  // namespace
