@@ -25,7 +25,6 @@
 // the library's.
 
 namespace __gnu_cxx {
-void __verbose_terminate_handler();
 void __verbose_terminate_handler() { std::abort(); }  // not reached: the entry point sets a handler first
 }  // namespace __gnu_cxx
 
