@@ -20,8 +20,16 @@ namespace {
 // Which attempt is running: its slot and nonce, none while no child was started for it.
 using AttemptIdentity = std::optional<std::tuple<std::string, std::string>>;
 
+bool hasAttempt(const LaunchContext& context) { return context.model.selected && context.started; }
+
+// Compared in place: every tick asks.
+bool isAttempt(const LaunchContext& context, const AttemptIdentity& identity) {
+  if (!hasAttempt(context)) return !identity.has_value();
+  return identity == std::tie(*context.model.selected, context.model.nextNonce);
+}
+
 AttemptIdentity attemptIdentity(const LaunchContext& context) {
-  if (!context.model.selected || !context.started) return std::nullopt;
+  if (!hasAttempt(context)) return std::nullopt;
   return std::tuple(*context.model.selected, context.model.nextNonce);
 }
 
@@ -45,7 +53,7 @@ bool pollChild(LaunchContext& context) {
 
 TickInput lookAtAttempt(const LaunchContext& context, bool childEnded) {
   TickInput input;
-  if (!childEnded && attemptIdentity(context)) {
+  if (!childEnded && hasAttempt(context)) {
     if (!context.model.settledMarkSeen) input.settledSeen = markerSeen(context, files::ready);
     if (context.attemptPhase == kindCandidate && !context.model.promotionMarkSeen) {
       input.promotionSeen = markerSeen(context, files::healthy);
@@ -85,7 +93,7 @@ SupervisionEnd superviseRuntime(LaunchContext& context) {
   AttemptIdentity lastSeen;
   TickWrites writes;
   for (;;) {
-    if (attemptIdentity(context) != lastSeen) {
+    if (!isAttempt(context, lastSeen)) {
       lastSeen = attemptIdentity(context);
       writes.failureStart = 0;
       writes.dropping = false;

@@ -1,6 +1,7 @@
 #include "launcher/transitions.h"
 
 #include <string>
+#include <utility>
 
 #include "launcher/messages.h"
 #include "os/clock.h"
@@ -68,9 +69,9 @@ bool commitSpawnFailures(LaunchContext& context) {
   return true;
 }
 
-void commitTick(LaunchContext& context, const LauncherModel& model, TickWrites& writes, bool childEnded) {
+void commitTick(LaunchContext& context, LauncherModel model, TickWrites& writes, bool childEnded) {
   if (writes.dropping && needsStateLock(model)) return;
-  if (applyTransition(context, model, nullptr, /*childMayBeRunning=*/true)) {
+  if (applyTransition(context, std::move(model), nullptr, /*childMayBeRunning=*/true)) {
     if (!childEnded) {
       writes.failureStart = 0;
       writes.lastLogTime = 0;

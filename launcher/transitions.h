@@ -29,6 +29,6 @@ struct TickWrites {
   std::uint64_t lastLogTime = 0;   // monotonic ms, 0 = none
   bool dropping = false;
 };
-void commitTick(LaunchContext& context, const LauncherModel& model, TickWrites& writes, bool childEnded);
+void commitTick(LaunchContext& context, LauncherModel model, TickWrites& writes, bool childEnded);
 
 }  // namespace launcher_stub

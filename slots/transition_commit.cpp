@@ -145,11 +145,11 @@ bool carryOutEffect(LaunchContext& context, const TransitionEffect& effect) {
   return true;
 }
 
-void adoptModel(LaunchContext& context, const LauncherModel& model) {
-  context.model = model;
-  context.model.effects.clear();
+void adoptModel(LaunchContext& context, LauncherModel model) {
   context.attemptPhase = model.selectedKind;
   if (needsStateLock(model)) context.firstWriteFailureTime = 0;
+  model.effects.clear();
+  context.model = std::move(model);
 }
 
 bool holdsStart(const LauncherModel& model) {
@@ -179,8 +179,7 @@ bool needsStateLock(const LauncherModel& model) {
   });
 }
 
-bool applyTransition(LaunchContext& context, const LauncherModel& model, os::LockFile* heldStateLock,
-                     bool childMayBeRunning) {
+bool applyTransition(LaunchContext& context, LauncherModel model, os::LockFile* heldStateLock, bool childMayBeRunning) {
   // Whatever way this scope is left, the lock goes with it: a lock kept across a pause would shut out the runtime.
   os::LockFile lock;
   if (heldStateLock != nullptr) lock.handle = std::move(heldStateLock->handle);
@@ -198,9 +197,10 @@ bool applyTransition(LaunchContext& context, const LauncherModel& model, os::Loc
   for (const TransitionEffect& effect : model.effects) {
     if (!carryOutEffect(context, effect)) break;
   }
-  adoptModel(context, model);
+  const bool hasStarted = context.started && holdsStart(model);
+  adoptModel(context, std::move(model));
   // The model knows nothing of when its start came about: time-outs count from here, not from the machine's start.
-  if (context.started && holdsStart(model)) context.model.startTime = os::monotonicMilliseconds();
+  if (hasStarted) context.model.startTime = os::monotonicMilliseconds();
   return true;
 }
 

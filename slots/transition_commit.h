@@ -14,8 +14,7 @@ namespace launcher_stub {
 //
 // True: carried out (or overtaken by the child's end, or ended with an exit request). False: a durable step failed;
 // nothing of the model is taken over, and the caller repeats the whole transition with the same model.
-bool applyTransition(LaunchContext& context, const LauncherModel& model, os::LockFile* heldStateLock,
-                     bool childMayBeRunning);
+bool applyTransition(LaunchContext& context, LauncherModel model, os::LockFile* heldStateLock, bool childMayBeRunning);
 
 // True when an effect writes state files or begins an attempt, so that the commit needs the state lock.
 bool needsStateLock(const LauncherModel& model);
