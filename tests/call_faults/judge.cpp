@@ -1,14 +1,13 @@
 // What every launch owes, whatever call of it fails.
 #include <algorithm>
 
-#include "state/boot_state.h"
 #include "tests/call_faults/catalogue.h"
 #include "tests/call_faults/launch.h"
+#include "tests/call_faults/state_steps.h"
 
 namespace call_faults {
 namespace {
 
-using launcher_stub::BootState;
 using Findings = std::vector<std::string>;
 
 bool isOf(const std::optional<Fault>& fault, std::initializer_list<std::string_view> functions) {
@@ -40,6 +39,10 @@ void judgeTexts(const std::optional<Fault>& fault, const Outcome& outcome, Findi
   }
 }
 
+bool leaseWasRefused(const Outcome& outcome) {
+  return std::ranges::any_of(outcome.refused, [](const auto& path) { return path.ends_with(L"\\launch.lock"); });
+}
+
 // The code of a run that ended without a box.
 bool isDefinedCode(const LaunchKind& kind, const std::optional<Fault>& fault, const Outcome& outcome) {
   const int code = *outcome.exitCode;
@@ -48,9 +51,19 @@ bool isDefinedCode(const LaunchKind& kind, const std::optional<Fault>& fault, co
     if (code == 1 && isOf(fault, {"GetExitCodeProcess"})) return true;
   }
   if (code == 1 && (says(outcome, "state lock timeout") || linesMayBeLost(fault))) return true;
-  const bool leaseIsHeld =
-      kind.circumstances.leaseHeldMs > 0 || (isOf(fault, {"CreateFileW"}) && fault->refusal.code == 32);
+  const bool leaseIsHeld = kind.circumstances.leaseHeldMs > 0 ||
+                           (isOf(fault, {"CreateFileW"}) && fault->refusal.code == 32 && leaseWasRefused(outcome));
   return code == 0 && leaseIsHeld && outcome.started.empty();
+}
+
+// Two things end a run so: there is nothing random to be had, or no thread for the box, whose line has been said.
+void judgeException(const std::optional<Fault>& fault, const Outcome& outcome, Findings& findings) {
+  if (isOf(fault, {"SystemFunction036", "GetModuleHandleW", "GetProcAddress"})) return;
+  if (!isOf(fault, {"CreateThread"})) {
+    findings.emplace_back("it ends by an exception");
+  } else if (outcome.lines.empty() || !isKnownBox(outcome.lines.back())) {
+    findings.emplace_back("it ends by an exception without the line of the box");
+  }
 }
 
 void judgeEnd(const LaunchKind& kind, const std::optional<Fault>& fault, const Outcome& outcome, Findings& findings) {
@@ -58,10 +71,7 @@ void judgeEnd(const LaunchKind& kind, const std::optional<Fault>& fault, const O
     findings.emplace_back("it does not end");
     return;
   }
-  if (!outcome.exitCode) {
-    if (!isOf(fault, {"SystemFunction036"})) findings.emplace_back("it ends by an exception");
-    return;
-  }
+  if (!outcome.exitCode) return judgeException(fault, outcome, findings);
   if (outcome.boxes.empty() && !isDefinedCode(kind, fault, outcome)) {
     findings.push_back("exit code " + std::to_string(*outcome.exitCode) + " has no reason");
   }
@@ -71,29 +81,12 @@ void judgeEnd(const LaunchKind& kind, const std::optional<Fault>& fault, const O
   }
 }
 
-// The first document, or a whole one of the launcher's own that is no older.
-void judgeState(const char* which, const std::optional<std::string>& found, const std::string& before,
-                std::uint64_t generationBefore, Findings& findings) {
-  if (found.value_or("") == before) return;
-  BootState state;
-  std::string error;
-  if (!found || !launcher_stub::readBootState(*found, state, error)) {
-    return findings.push_back(std::string(which) + " is neither old nor new: " + found.value_or("(gone)"));
-  }
-  if (launcher_stub::writeBootState(state) != *found) findings.push_back(std::string(which) + " is not whole");
-  if (state.generation < generationBefore) findings.push_back(std::string(which) + " is older than before");
-}
-
-std::uint64_t generationOf(const std::string& document) {
-  BootState state;
-  std::string error;
-  return launcher_stub::readBootState(document, state, error) ? state.generation : 0;
-}
-
 void judgeDisk(const World& world, const LaunchKind& kind, const std::optional<Fault>& fault, Findings& findings) {
   const Documents found = world.documents();
-  judgeState("the state", found.state, kind.state, generationOf(kind.state), findings);
-  judgeState("the copy", found.previous, kind.previous, generationOf(kind.previous), findings);
+  const std::string wrongState = judgeStep(kind, found.state, kind.state);
+  const std::string wrongCopy = judgeStep(kind, found.previous, kind.previous);
+  if (!wrongState.empty()) findings.push_back("the state " + wrongState + ": " + found.state.value_or("(gone)"));
+  if (!wrongCopy.empty()) findings.push_back("the copy " + wrongCopy + ": " + found.previous.value_or("(gone)"));
   if (found.pending && *found.pending != kind.pending) findings.push_back("the request is changed: " + *found.pending);
   if (!found.temporaries.empty() && !isOf(fault, {"DeleteFileW"})) findings.emplace_back("a temporary file is left");
   if (!world.othersUntouched()) findings.emplace_back("what lies behind a link is changed");
@@ -107,6 +100,10 @@ std::vector<std::string> judge(const World& world, const LaunchKind& kind, const
   judgeTexts(fault, outcome, findings);
   judgeEnd(kind, fault, outcome, findings);
   judgeDisk(world, kind, fault, findings);
+  // What is lost on the way to the line, or of the launcher's own path, is no matter of a start.
+  const bool isReadable =
+      !isOf(fault, {"GetStdHandle", "WriteFile", "MultiByteToWideChar", "WideCharToMultiByte", "GetModuleFileNameW"});
+  if (isReadable) judgeStartLines(kind, fault, outcome, findings);
   return findings;
 }
 
@@ -114,6 +111,7 @@ std::vector<std::string> judgeNext(const LaunchKind& kind, const Outcome& outcom
   Findings findings = outcome.findings;
   judgeTexts(std::nullopt, outcome, findings);
   judgeEnd(kind, std::nullopt, outcome, findings);
+  judgeStartLines(kind, std::nullopt, outcome, findings);
   if (kind.startsAfterwards && outcome.started.empty()) findings.emplace_back("the next launch starts nothing");
   if (kind.startsAfterwards && !outcome.boxes.empty()) findings.push_back("a box: " + join(outcome.boxes));
   for (std::string& finding : findings) finding = "next launch: " + finding;

@@ -12,8 +12,9 @@ using launcher_stub::BootState;
 // In the launcher's own form.
 std::string document(const BootState& state) { return launcher_stub::writeBootState(state); }
 
-const BootState trusted{.generation = 5, .active = "aaaa"};
-const BootState trial{.generation = 6, .active = "aaaa", .candidate = "bbbb", .lastRequestId = "request-1"};
+const BootState trusted{.generation = 5, .active = "aaaa", .rejected = {"dddd", "cccc"}};
+const BootState trial{
+    .generation = 6, .active = "aaaa", .candidate = "bbbb", .lastRequestId = "request-1", .rejected = {"dddd", "cccc"}};
 
 BootState counted(std::uint32_t starts) {
   BootState state = trial;
@@ -60,11 +61,13 @@ std::vector<LaunchKind> starts() {
        .state = document(trusted),
        .pending = request,
        .runtimes = {{"aaaa", normal}, {"bbbb", healthy}, {"seed", normal}},
+       .promoted = "bbbb",
        .started = {"bbbb"}},
       {.name = "promotion",
        .why = "a healthy candidate becomes active after 60 s",
        .state = document(trial),
        .runtimes = {{"aaaa", normal}, {"bbbb", healthy}, {"seed", normal}},
+       .promoted = "bbbb",
        .started = {"bbbb"}},
       {.name = "fallThrough",
        .why = "a candidate fails for the third time, and the active slot after it",
@@ -98,6 +101,7 @@ std::vector<LaunchKind> repairs() {
        .state = "{\"generation\":9",
        .previous = document(trusted),
        .runtimes = {{"aaaa", normal}, {"seed", normal}},
+       .damagedGeneration = 9,
        .started = {"aaaa"}},
       {.name = "nothingReadable",
        .why = "both state files are damaged: the seed, and nothing is written",
@@ -166,6 +170,7 @@ std::vector<LaunchKind> circumstances() {
        .state = document(trusted),
        .pending = request,
        .runtimes = {{"aaaa", normal}, {"bbbb", healthy}, {"seed", normal}},
+       .promoted = "bbbb",
        .circumstances = {.renamesRefusedMs = 1900},
        .started = {"bbbb"}},
       {.name = "renamesRefusedFor2100",
@@ -173,6 +178,7 @@ std::vector<LaunchKind> circumstances() {
        .state = document(trusted),
        .pending = request,
        .runtimes = {{"aaaa", normal}, {"bbbb", healthy}, {"seed", normal}},
+       .promoted = "bbbb",
        .circumstances = {.renamesRefusedMs = 2100},
        .started = {"bbbb"},
        .lines = {"launch transition write failed; retrying"}},
@@ -181,6 +187,7 @@ std::vector<LaunchKind> circumstances() {
        .state = document(trusted),
        .pending = request,
        .runtimes = {{"aaaa", normal}, {"bbbb", healthy}, {"seed", normal}},
+       .promoted = "bbbb",
        .circumstances = {.renamesRefusedMs = forEver},
        .exitCode = 1,
        .lines = {"launch transition write failed; retrying", "cannot write launcher state",

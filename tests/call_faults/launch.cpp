@@ -68,14 +68,15 @@ Outcome launch(const World& world, const Circumstances& circumstances, const std
   watched.begin(circumstances, fault, number);
   runEntryPoint(outcome);
   watched.end();
-  launcher_stub::os::resetErrorBoxForTests();
+  launcher_stub::os::resetErrorBoxForTests();  // as at the end of a process, which waits for the box
+  watched.boxIsDone();
   launcher_stub::os::resetStateRootNoticesForTests();
   watched.letGo();
 
   watched.giveBackTheRest();
   takeRuns(world, watched, outcome);
   outcome.lastedMs = watched.now() - firstMoment;
-  outcome.faultWasMet = watched.faultWasMet();
+  outcome.refused = watched.refused();
   outcome.calls = watched.calls();
   outcome.boxes = watched.boxes();
   outcome.findings = watched.findings();

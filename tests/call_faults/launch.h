@@ -10,10 +10,10 @@
 namespace call_faults {
 
 struct Outcome {
-  std::optional<int> exitCode;  // none: it ended by an exception
-  bool endless = false;         // it would not have ended
-  bool faultWasMet = false;
-  std::vector<std::string> lines;  // on standard error, without the notice of the list
+  std::optional<int> exitCode;        // none: it ended by an exception
+  bool endless = false;               // it would not have ended
+  std::vector<std::wstring> refused;  // what each call that met the fault was about
+  std::vector<std::string> lines;     // on standard error, without the notice of the list
   std::vector<std::string> boxes;
   std::vector<std::string> started;       // slots
   std::optional<DWORD> lastRuntimesCode;  // with which the last one really ended
@@ -30,6 +30,9 @@ Outcome launch(const World& world, const Circumstances& circumstances, const std
 // What is wrong with the outcome of a launch that met `fault`; empty is what it should be.
 std::vector<std::string> judge(const World& world, const LaunchKind& kind, const std::optional<Fault>& fault,
                                const Outcome& outcome);
+// The part of it about starts that failed.
+void judgeStartLines(const LaunchKind& kind, const std::optional<Fault>& fault, const Outcome& outcome,
+                     std::vector<std::string>& findings);
 // The same of the next launch, which nothing disturbs.
 std::vector<std::string> judgeNext(const LaunchKind& kind, const Outcome& outcome);
 

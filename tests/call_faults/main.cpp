@@ -102,6 +102,7 @@ extern "C" int wmain(int count, wchar_t** arguments) {
   call_faults::shrinkEnvironment();
   std::setvbuf(stdout, nullptr, _IONBF, 0);  // what was said before a hang or a crash is wanted
   testing::InitGoogleTest(&count, arguments);
+  call_faults::addWhatComesBeforeAllLaunches();
   std::thread(call_faults::watchForHangs).detach();
   const int result = RUN_ALL_TESTS();
   call_faults::printFigures();

@@ -1,7 +1,6 @@
 // The calls about text, arguments, chance and the error box; and the list of all replaced calls.
 #include <windows.h>
 
-#include <ntsecapi.h>
 #include <shellapi.h>
 
 #include <mutex>
@@ -76,6 +75,23 @@ struct RandomCall : Call {
     return TRUE;
   }
 };
+using RandomReplacement = Replacement<RandomCall, BOOLEAN(PVOID, ULONG)>;
+
+// The way to it: the library, which others import, and the name. The launcher keeps what it has got.
+struct GetModuleHandleWCall : FailsWithNull {
+  DESCRIBES(GetModuleHandleW);
+  static std::vector<Refusal> refusals() { return codes({126}); }
+};
+struct GetProcAddressCall : FailsWithNull {
+  DESCRIBES(GetProcAddress);
+  static std::vector<Refusal> refusals() { return codes({127}); }
+  static FARPROC insteadOf(bool byLauncher, HMODULE library, LPCSTR function) {
+    const FARPROC found = realCall<GetProcAddressCall>(&GetProcAddress)(library, function);
+    if (!byLauncher || found == nullptr || function != RandomCall::name) return found;
+    RandomReplacement::real = reinterpret_cast<BOOLEAN (*)(PVOID, ULONG)>(reinterpret_cast<void*>(found));
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&RandomReplacement::replaced));
+  }
+};
 
 // Called by the thread of the box. Nobody is there to close it, so nothing is shown.
 int WINAPI recordBox(HWND, LPCWSTR text, LPCWSTR title, UINT) {
@@ -99,7 +115,9 @@ void replaceOtherCalls(std::vector<ReplacedCall>& list) {
   replaceCall<AllowSetForegroundWindowCall>(list, &AllowSetForegroundWindow);
   replaceCall<PostMessageWCall>(list, &PostMessageW);
   replaceCall<GetMessageWCall>(list, &GetMessageW);
-  replaceCall<RandomCall>(list, &RtlGenRandom);
+  replaceCall<GetModuleHandleWCall>(list, &GetModuleHandleW);
+  replaceCall<GetProcAddressCall>(list, &GetProcAddress);
+  list.push_back({RandomCall::name, RandomCall::refusals()});  // handed out by GetProcAddress
   replaceImport("MessageBoxW", reinterpret_cast<void*>(&recordBox));
 }
 

@@ -24,6 +24,15 @@ struct CreateProcessWCall : FailsWithFalse {
   }
 };
 
+// The launcher's one thread besides its first: for the box.
+struct CreateThreadCall : FailsWithNull {
+  DESCRIBES(CreateThread);
+  static std::vector<Refusal> refusals() { return codes({8, 1455}); }
+  static void done(bool byLauncher, bool, HANDLE result, const auto&...) {
+    if (byLauncher && result != nullptr) watch().boxIsShownBy(result);
+  }
+};
+
 struct ResumeThreadCall : FailsWith<static_cast<DWORD>(-1)> {
   DESCRIBES(ResumeThread);
   static std::vector<Refusal> refusals() { return codes({5, 6}); }
@@ -192,6 +201,7 @@ struct QueryPerformanceFrequencyCall : Call {
 
 void replaceProcessCalls(std::vector<ReplacedCall>& list) {
   replaceCall<CreateProcessWCall>(list, &CreateProcessW);
+  replaceCall<CreateThreadCall>(list, &CreateThread);
   replaceCall<ResumeThreadCall>(list, &ResumeThread);
   replaceCall<TerminateProcessCall>(list, &TerminateProcess);
   replaceCall<WaitForSingleObjectCall>(list, &WaitForSingleObject);

@@ -40,6 +40,7 @@ template <auto Value>
 struct FailsWith : Call {
   static auto failed(const Refusal& refusal, const auto&...) {
     SetLastError(refusal.code);
+    // cppcheck-suppress compareBoolExpressionWithInt  // the values of BOOL are three: GetMessageW has -1, too
     return Value;
   }
 };

@@ -70,7 +70,9 @@ void startGrandchild() {
 
 void waitForTheEnd() {
   HANDLE end = namedEvent(L"end");
-  SetEvent(namedEvent(L"settled"));
+  HANDLE settled = namedEvent(L"settled");
+  SetEvent(settled);
+  CloseHandle(settled);
   require(WaitForSingleObject(end, longestMs) == WAIT_OBJECT_0);
 }
 
@@ -97,6 +99,7 @@ extern "C" void beginRuntime();
 
 extern "C" void beginRuntime() {
   if (lstrcmpW(GetCommandLineW(), L"grandchild") == 0) {
+    // cppcheck-suppress leakReturnValNotUsed
     (void)namedEvent(L"grandchild");  // there as long as we are
     Sleep(longestMs);
     ExitProcess(0);

@@ -20,6 +20,9 @@ bool isChosen(const std::string& kind, const Fault& fault, bool isFirst);
 // Tells the watchdog what is tried: a launch that hangs for a minute of real time ends the process with its name.
 void nowTrying(const std::string& kind, const Fault& fault);
 
+// Refuses the launcher's way to the random source, which it goes once in a process, before the first test.
+void addWhatComesBeforeAllLaunches();
+
 // The one line of what was tried, at the end.
 void printFigures();
 

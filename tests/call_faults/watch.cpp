@@ -37,7 +37,7 @@ std::string describe(const Fault& fault) {
 void Watch::begin(const Circumstances& circumstances, const std::optional<Fault>& fault, std::uint32_t launch) {
   circumstances_ = circumstances;
   fault_ = fault;
-  faultWasMet_ = false;
+  refused_.clear();
   counts_.clear();
   places_.clear();
   calls_ = 0;
@@ -49,6 +49,7 @@ void Watch::begin(const Circumstances& circumstances, const std::optional<Fault>
   findings_.clear();
   said_.clear();
   boxes_.clear();
+  boxThread_ = nullptr;
   launch_ = launch;
   drawn_ = 0;
   watchedThread = GetCurrentThreadId();
@@ -83,7 +84,7 @@ const Refusal* Watch::count(std::string_view function, std::wstring_view subject
   places_.push_back({function, index, std::wstring(subject), epoch_, !runtimes_.runs().empty()});
   if (!fault_ || fault_->function != function) return nullptr;
   if (index != fault_->index && !(fault_->lasting && index > fault_->index)) return nullptr;
-  faultWasMet_ = true;
+  refused_.emplace_back(subject);
   return &fault_->refusal;
 }
 
@@ -109,6 +110,16 @@ void Watch::staysForGood(HANDLE job) {
   found->second.forGood = true;
 }
 
+void Watch::boxIsShownBy(HANDLE thread) {
+  if (boxThread_ != nullptr) wrong("a second thread is started");
+  boxThread_ = thread;
+}
+
+void Watch::boxIsDone() {
+  DWORD flags = 0;
+  if (boxThread_ != nullptr && GetHandleInformation(boxThread_, &flags)) wrong("the thread of the box is left over");
+}
+
 void Watch::giveBackTheRest() {
   int forGood = 0;
   for (const auto& [key, held] : held_) {
@@ -124,6 +135,7 @@ void Watch::giveBackTheRest() {
 }
 
 void Watch::hold(const std::wstring& path, std::uint64_t ms) {
+  letGo();
   heldFile_ = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, 0, nullptr);
   if (heldFile_ == INVALID_HANDLE_VALUE) throw std::runtime_error("cannot hold " + toUtf8(path));
   heldUntil_ = firstMoment + ms;

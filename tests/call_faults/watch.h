@@ -83,6 +83,9 @@ class Watch {
   std::wstring origin(Resource kind, const void* what) const;
   // The job that contains the launcher itself: the one thing that it never gives back.
   void staysForGood(HANDLE job);
+  // The thread of the box: its handle is kept for as long as the process lives, which waits for it in the end.
+  void boxIsShownBy(HANDLE thread);
+  void boxIsDone();
   // Closes the launcher's own job and what was found left over.
   void giveBackTheRest();
 
@@ -114,7 +117,8 @@ class Watch {
   const std::vector<std::string>& findings() const { return findings_; }
   const std::string& text() const { return said_; }
   const std::vector<std::string>& boxes() const { return boxes_; }
-  bool faultWasMet() const { return faultWasMet_; }
+  bool faultWasMet() const { return !refused_.empty(); }
+  const std::vector<std::wstring>& refused() const { return refused_; }
   std::uint64_t calls() const { return calls_; }
 
  private:
@@ -134,7 +138,7 @@ class Watch {
 
   Circumstances circumstances_;
   std::optional<Fault> fault_;
-  bool faultWasMet_ = false;
+  std::vector<std::wstring> refused_;  // the subject of each call that met the fault
   std::map<std::string_view, int> counts_;
   std::vector<Place> places_;
   std::uint64_t calls_ = 0;
@@ -153,6 +157,7 @@ class Watch {
   std::uint32_t launch_ = 0;
   std::uint32_t drawn_ = 0;  // random bytes
   std::vector<std::string> boxes_;
+  HANDLE boxThread_ = nullptr;
   Runtimes runtimes_;
 };
 

@@ -30,6 +30,8 @@ struct LaunchKind {
   std::map<std::string, RuntimePlan> runtimes = {};  // by slot
   std::string brokenSlot = {};                       // its executable is none
   std::string foreignSlot = {};                      // its delivery is not the seed's
+  std::string promoted = {};                         // the candidate, where it becomes active
+  std::uint64_t damagedGeneration = 0;               // what a damaged state still tells
   bool oldAttempts = false;
   Circumstances circumstances = {};
 
