@@ -52,5 +52,20 @@ TEST(longString, endsOrFailsAtWhateverPlaceTheByteStands) {
   }
 }
 
+// Each ends the run of plain bytes at whatever place it stands, and is then an error: a quote with more behind it, an
+// unknown escape, a control character, a byte that begins or continues nothing.
+TEST(longString, isNotReadPastAByteThatIsNotPlainAtAnyPlace) {
+  for (std::size_t place = 0; place < 24; ++place) {
+    for (int byte = 0; byte < 256; ++byte) {
+      if (byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\') continue;
+      SCOPED_TRACE(testing::Message() << "byte " << byte << " at " << place);
+      for (const char plain : {'k', 'l'}) {  // one odd and one even
+        const std::string text = std::string(place, plain) + static_cast<char>(byte) + std::string(24, plain);
+        EXPECT_FALSE(parse('"' + text + '"').succeeded);
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace launcher_stub
