@@ -13,8 +13,8 @@ namespace launcher_stub::os {
 namespace {
 
 // A task on a thread of its own that shows one box. A plain thread of the system, with what std::async promises: it
-// runs at once, can be waited for with a limit, and is waited for without one in the end. That function's machinery
-// is a quarter of what this whole program may weigh.
+// runs at once, can be waited for with a limit, and is waited for without one in the end. That function would bring all
+// of POSIX threads along, and its library's exceptions.
 class BoxTask {
  public:
   BoxTask() = default;
