@@ -31,6 +31,28 @@ void give(Notice& notice) {
   logLine(notice.text);
 }
 
+// What a start asks of the system for three directories and more, kept after the first answer: accounts do not change
+// while a process lives, nor does what a volume can keep. A question that failed is asked again.
+struct Accounts {
+  Sid user;
+  Sid system;
+  Sid administrators;
+};
+struct Volume {
+  std::array<wchar_t, 260> mountPoint{};
+  DWORD flags = 0;
+};
+Accounts knownAccounts;
+Volume knownVolume;
+
+// Those that could not be had are empty.
+const Accounts& accounts() {
+  if (knownAccounts.user.empty()) knownAccounts.user = currentUserSid();
+  if (knownAccounts.system.empty()) knownAccounts.system = localSystemSid();
+  if (knownAccounts.administrators.empty()) knownAccounts.administrators = administratorsSid();
+  return knownAccounts;
+}
+
 struct LocallyFreed {
   void operator()(void* memory) const noexcept { LocalFree(memory); }
 };
@@ -66,9 +88,17 @@ bool setList(std::wstring path, SystemBytes list) {
 }
 
 bool readVolumeFlags(const std::wstring& path, DWORD& flags) {
-  std::array<wchar_t, 260> volume{};
-  return GetVolumePathNameW(path.c_str(), volume.data(), static_cast<DWORD>(volume.size())) &&
-         GetVolumeInformationW(volume.data(), nullptr, 0, nullptr, nullptr, &flags, nullptr, 0);
+  Volume volume;
+  const auto size = static_cast<DWORD>(volume.mountPoint.size());
+  if (!GetVolumePathNameW(path.c_str(), volume.mountPoint.data(), size)) return false;
+  if (volume.mountPoint != knownVolume.mountPoint) {
+    if (!GetVolumeInformationW(volume.mountPoint.data(), nullptr, 0, nullptr, nullptr, &volume.flags, nullptr, 0)) {
+      return false;
+    }
+    knownVolume = volume;
+  }
+  flags = knownVolume.flags;
+  return true;
 }
 
 OwnerFacts ownerFacts(const void* owner, const Sid& user, Sid administrators) {
@@ -122,8 +152,8 @@ void checkListPersisted(const std::wstring& path) {
 }
 
 bool createWithPrivateList(const std::wstring& path, std::string* error) {
-  const Sid user = currentUserSid();
-  SystemBytes descriptor = buildPrivateDescriptor(user, buildPrivateList(user, localSystemSid()));
+  const Accounts& known = accounts();
+  SystemBytes descriptor = buildPrivateDescriptor(known.user, buildPrivateList(known.user, known.system));
   if (descriptor.empty()) return false;
   SECURITY_ATTRIBUTES attributes{};
   attributes.nLength = sizeof attributes;
@@ -157,15 +187,15 @@ bool verifyPrivateDirectory(const std::wstring& path, std::string* error) {
   }
   ExistingSecurity existing;
   if (!readSecurity(path, existing)) return false;
-  const Sid user = currentUserSid();
-  const Sid system = localSystemSid();
-  const Sid administrators = administratorsSid();
+  const auto& [user, system, administrators] = accounts();
   if (user.empty() || system.empty() || administrators.empty()) return false;
   if (!settleOwnership(path, ownerFacts(existing.owner, user, administrators), user, error)) return false;
   return settleList(path, existing, buildPrivateList(user, system));
 }
 
-void resetStateRootNoticesForTests() {
+void resetStateRootForTests() {
+  knownAccounts = {};
+  knownVolume = {};
   volumeKeepsNoLists.given = false;
   listNotPersisted.given = false;
   listReset.given = false;

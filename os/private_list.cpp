@@ -99,10 +99,10 @@ SystemBytes buildPrivateDescriptor(const Sid& user, const SystemBytes& list) {
   if (!SetSecurityDescriptorDacl(&descriptor, TRUE, unconst<ACL>(list.data()), FALSE)) return {};
   if (!SetSecurityDescriptorControl(&descriptor, SE_DACL_PROTECTED, SE_DACL_PROTECTED)) return {};
 
-  DWORD size = 0;
-  (void)MakeSelfRelativeSD(&descriptor, nullptr, &size);  // fails by design: it only tells the size
-  SystemBytes bytes(size);
-  if (size == 0 || !MakeSelfRelativeSD(&descriptor, bytes.data(), &size)) return {};
+  // Its head, then the parts one after the other: all have sizes of whole words, so nothing lies between them.
+  SystemBytes bytes(sizeof(SECURITY_DESCRIPTOR_RELATIVE) + user.size() + list.size());
+  auto size = static_cast<DWORD>(bytes.size());
+  if (!MakeSelfRelativeSD(&descriptor, bytes.data(), &size)) return {};
   return bytes;
 }
 

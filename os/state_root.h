@@ -22,7 +22,7 @@ bool createPrivateDirectory(const std::wstring& path, std::string* error = nullp
 // A volume that keeps no access-control lists is accepted with a notice.
 bool verifyPrivateDirectory(const std::wstring& path, std::string* error = nullptr);
 
-// Lets each notice go out once more. For tests of this very process.
-void resetStateRootNoticesForTests();
+// Lets each notice go out once more, and asks the system anew what it was asked once. For tests of this very process.
+void resetStateRootForTests();
 
 }  // namespace launcher_stub::os

@@ -70,7 +70,7 @@ Outcome launch(const World& world, const Circumstances& circumstances, const std
   watched.end();
   launcher_stub::os::resetErrorBoxForTests();  // as at the end of a process, which waits for the box
   watched.boxIsDone();
-  launcher_stub::os::resetStateRootNoticesForTests();
+  launcher_stub::os::resetStateRootForTests();
   watched.letGo();
 
   watched.giveBackTheRest();

@@ -24,7 +24,7 @@ std::string expectedNotice() { return tests::runsUnderWine() ? resetLine : std::
 
 class PrivateDirectoryTest : public testing::Test {
  protected:
-  void SetUp() override { resetStateRootNoticesForTests(); }
+  void SetUp() override { resetStateRootForTests(); }
   const TempDirectory directory;
 };
 

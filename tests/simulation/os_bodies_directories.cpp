@@ -203,6 +203,6 @@ bool verifyPrivateDirectory(const std::wstring& path, std::string* error) {
   return true;
 }
 
-void resetStateRootNoticesForTests() { SimOs::current().process().noticesGiven.clear(); }
+void resetStateRootForTests() { SimOs::current().process().noticesGiven.clear(); }
 
 }  // namespace launcher_stub::os

@@ -14,7 +14,7 @@ using namespace launcher_stub::tests;
 TEST(listLook, thatFailsIsNoFinding) {
   const TempDirectory directory;
   int looks = 0;
-  resetStateRootNoticesForTests();
+  resetStateRootForTests();
   fakeGetVolumeInformationW = [](LPDWORD flags) {
     *flags = FILE_PERSISTENT_ACLS;
     return TRUE;

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cwchar>
 #include <map>
 
 #include "tests/os/faults/volume_with_lists.h"
@@ -305,6 +306,55 @@ TEST_F(PrivateDirectoryCallsTest, theUserIsAskedOfTheProcessTokenOnceForTheSizeA
   EXPECT_GE(sizes[1], sizeof(TOKEN_USER) + user_.size());
 }
 
+// --- What is asked once ---
+
+TEST_F(PrivateDirectoryCallsTest, theAccountsAndTheVolumeAreAskedForOnceHoweverManyDirectories) {
+  std::map<std::string, int> calls;
+  watchOpenProcessToken = [&](auto...) { ++calls["token"]; };
+  watchAllocateAndInitializeSid = [&](auto...) { ++calls["system"]; };
+  watchGetVolumePathNameW = [&](auto...) { ++calls["volume"]; };
+  watchGetVolumeInformationW = [&](auto...) { ++calls["flags"]; };
+
+  for (const wchar_t* name : {L"root", L"root\\attempts", L"root\\slots"}) {
+    EXPECT_TRUE(createPrivateDirectory(directory_ / name));
+    EXPECT_TRUE(createPrivateDirectory(directory_ / name));
+  }
+
+  EXPECT_EQ(calls, (std::map<std::string, int>{{"token", 1}, {"system", 1}, {"volume", 3}, {"flags", 1}}));
+}
+
+TEST_F(PrivateDirectoryCallsTest, eachVolumeIsAskedForItself) {
+  std::vector<std::wstring> asked;
+  fakeGetVolumePathNameW = [&](LPCWSTR path, LPWSTR volume) {
+    std::wcscpy(volume, path == directory_ / L"mounted" ? L"M:\\" : L"L:\\");
+    return TRUE;
+  };
+  watchGetVolumeInformationW = [&](LPCWSTR root, auto...) { asked.emplace_back(root); };
+  for (const wchar_t* name : {L"plain", L"mounted"}) reallyCreateDirectory((directory_ / name).c_str());
+
+  for (const wchar_t* name : {L"plain", L"mounted", L"mounted", L"plain"}) {
+    EXPECT_TRUE(createPrivateDirectory(directory_ / name));
+  }
+
+  EXPECT_EQ(asked, (std::vector<std::wstring>{L"L:\\", L"M:\\", L"L:\\"}));
+}
+
+TEST_F(PrivateDirectoryCallsTest, anAccountThatCouldNotBeToldIsAskedForAgain) {
+  const std::function<void()> breaks[] = {
+      [] { fakeOpenProcessToken = [] { return FALSE; }; },
+      [] { fakeAllocateAndInitializeSid = [] { return FALSE; }; },
+      [] { fakeCreateWellKnownSid = [] { return FALSE; }; },
+  };
+  for (const auto& breakIt : breaks) {
+    resetStateRootForTests();
+    breakIt();
+    EXPECT_FALSE(verify());
+
+    fakeOpenProcessToken = nullptr, fakeAllocateAndInitializeSid = nullptr, fakeCreateWellKnownSid = nullptr;
+    EXPECT_TRUE(verify());
+  }
+}
+
 // --- What is borrowed is given back ---
 
 DWORD handleCount() {
@@ -334,7 +384,9 @@ TEST_F(PrivateDirectoryCallsTest, identifiersDescriptorsAndHandlesAreReleasedOnE
     SCOPED_TRACE(c.why);
     fakeOpenProcessToken = nullptr, fakeGetTokenInformation = nullptr;
     fakeAllocateAndInitializeSid = nullptr, fakeCreateWellKnownSid = nullptr;
+    resetStateRootForTests();  // or what an earlier row was told would be known
     setResult_ = ERROR_SUCCESS;
+    keepAs(user_, wanted_);
     c.prepare();
     std::map<void*, int> descriptors;  // by address: how often freed
     int sids = 0;
@@ -371,6 +423,7 @@ TEST_F(PrivateDirectoryCallsTest, nothingIsCreatedWhereAnIdentifierCannotBeHad) 
   };
   for (const auto& breakIt : breaks) {
     fakeOpenProcessToken = nullptr, fakeGetTokenInformation = nullptr;
+    resetStateRootForTests();
     breakIt();
     std::string error;
 

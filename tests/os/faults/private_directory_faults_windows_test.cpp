@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cwchar>
+
 #include "tests/os/faults/volume_with_lists.h"
 
 namespace launcher_stub::os {
@@ -184,12 +186,25 @@ TEST_F(PrivateDirectoryFaultTest, withoutAListGetsOne) {
   EXPECT_EQ(errors.text(), resetLine);
 }
 
-TEST_F(PrivateDirectoryFaultTest, isRefusedWhereTheVolumeOrTheListCannotBeRead) {
+TEST_F(PrivateDirectoryFaultTest, isRefusedWhereTheListCannotBeRead) {
   fakeGetNamedSecurityInfoW = [](PSID*, PACL*, PSECURITY_DESCRIPTOR*) { return DWORD{ERROR_ACCESS_DENIED}; };
-  EXPECT_FALSE(verify());
 
+  EXPECT_FALSE(verify());
+}
+
+TEST_F(PrivateDirectoryFaultTest, isRefusedWhereTheVolumeCannotBeTold) {
+  fakeGetVolumePathNameW = [](LPCWSTR, LPWSTR) { return FALSE; };
+
+  EXPECT_FALSE(verify());
+}
+
+TEST_F(PrivateDirectoryFaultTest, isRefusedWhereTheVolumeCannotBeAskedAndAsksAgainTheNextTime) {
+  const auto answered = fakeGetVolumeInformationW;
   fakeGetVolumeInformationW = [](LPDWORD) { return FALSE; };
   EXPECT_FALSE(verify());
+
+  fakeGetVolumeInformationW = answered;
+  EXPECT_TRUE(verify());
 }
 
 TEST_F(PrivateDirectoryFaultTest, isCreatedWithAllAncestorsEachWithTheProtectedList) {
@@ -252,7 +267,7 @@ TEST_F(PrivateDirectoryFaultTest, givesCauseForANoticeWhetherItIsTheRootOrAFolde
   for (const wchar_t* name : {L"root", L"root\\attempts", L"root\\slots"}) makeDirectory(directory_ / name);
   for (const Case& c : cases) {
     SCOPED_TRACE(c.why);
-    resetStateRootNoticesForTests();
+    resetStateRootForTests();
     watchGetNamedSecurityInfoW = [&](LPCWSTR path, auto...) {
       keepAs(user_, path == directory_ / c.drifted ? drifted_ : wanted_);
     };
@@ -270,9 +285,13 @@ TEST_F(PrivateDirectoryFaultTest, givesCauseForANoticeWhetherItIsTheRootOrAFolde
 
 TEST_F(PrivateDirectoryFaultTest, givesEachNoticeOnceBesideTheOthers) {
   keepAs(user_, drifted_);
-  DWORD volumeFlags = FILE_PERSISTENT_ACLS;
+  bool onPlainVolume = false;
+  fakeGetVolumePathNameW = [&](LPCWSTR, LPWSTR volume) {
+    std::wcscpy(volume, onPlainVolume ? L"P:\\" : L"L:\\");
+    return TRUE;
+  };
   fakeGetVolumeInformationW = [&](LPDWORD flags) {
-    *flags = volumeFlags;
+    *flags = onPlainVolume ? 0 : FILE_PERSISTENT_ACLS;
     return TRUE;
   };
   fakeGetSecurityInfo = [](PACL* list, PSECURITY_DESCRIPTOR* descriptor) {
@@ -283,10 +302,10 @@ TEST_F(PrivateDirectoryFaultTest, givesEachNoticeOnceBesideTheOthers) {
   const StandardErrorCapture errors;
 
   for (const wchar_t* name : {L"one", L"two"}) {
-    volumeFlags = FILE_PERSISTENT_ACLS;
+    onPlainVolume = false;
     EXPECT_TRUE(createPrivateDirectory(directory_ / name));
     EXPECT_TRUE(createPrivateDirectory(directory_ / name));
-    volumeFlags = 0;
+    onPlainVolume = true;
     EXPECT_TRUE(createPrivateDirectory(directory_ / name));
   }
 

@@ -16,6 +16,7 @@ std::function<BOOL(LARGE_INTEGER*)> fakeQueryPerformanceCounter;
 }  // namespace
 
 std::function<BOOL(LPCWSTR, LPSECURITY_ATTRIBUTES)> fakeCreateDirectoryW;
+std::function<BOOL(LPCWSTR, LPWSTR)> fakeGetVolumePathNameW;
 std::function<BOOL(LPDWORD)> fakeGetVolumeInformationW;
 std::function<DWORD(PSID*, PACL*, PSECURITY_DESCRIPTOR*)> fakeGetNamedSecurityInfoW;
 std::function<DWORD(PACL*, PSECURITY_DESCRIPTOR*)> fakeGetSecurityInfo;
@@ -78,6 +79,8 @@ std::vector<UINT> terminatedWith;
 
 STUB(BOOL, "kernel32", CreateDirectoryW, (LPCWSTR path, LPSECURITY_ATTRIBUTES attributes), (path, attributes),
      (path, attributes));
+STUB(BOOL, "kernel32", GetVolumePathNameW, (LPCWSTR path, LPWSTR volume, DWORD size), (path, volume, size),
+     (path, volume));
 STUB(BOOL, "kernel32", GetVolumeInformationW,
      (LPCWSTR root, LPWSTR name, DWORD nameSize, LPDWORD serial, LPDWORD length, LPDWORD flags, LPWSTR system,
       DWORD systemSize),
@@ -111,7 +114,6 @@ WATCHED(HANDLE, "kernel32", CreateFileW,
         (LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES attributes, DWORD disposition, DWORD flags,
          HANDLE like),
         (path, access, sharing, attributes, disposition, flags, like));
-WATCHED(BOOL, "kernel32", GetVolumePathNameW, (LPCWSTR path, LPWSTR volume, DWORD size), (path, volume, size));
 WATCHED(BOOL, "kernel32", DuplicateHandle,
         (HANDLE from, HANDLE handle, HANDLE to, LPHANDLE duplicate, DWORD access, WINBOOL inherit, DWORD options),
         (from, handle, to, duplicate, access, inherit, options));
@@ -208,6 +210,7 @@ static void forgetWatches() {
 
 void forgetFakes() {
   fakeCreateDirectoryW = nullptr;
+  fakeGetVolumePathNameW = nullptr;
   fakeGetVolumeInformationW = nullptr;
   fakeGetNamedSecurityInfoW = nullptr;
   fakeGetSecurityInfo = nullptr;

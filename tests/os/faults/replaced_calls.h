@@ -50,6 +50,7 @@ extern Watch<decltype(::SetProcessShutdownParameters)> watchSetProcessShutdownPa
 extern Watch<decltype(::SetDefaultDllDirectories)> watchSetDefaultDllDirectories;
 
 extern std::function<BOOL(LPCWSTR, LPSECURITY_ATTRIBUTES)> fakeCreateDirectoryW;
+extern std::function<BOOL(LPCWSTR path, LPWSTR volume)> fakeGetVolumePathNameW;
 extern std::function<BOOL(LPDWORD flags)> fakeGetVolumeInformationW;
 extern std::function<DWORD(PSID* owner, PACL* list, PSECURITY_DESCRIPTOR*)> fakeGetNamedSecurityInfoW;
 extern std::function<DWORD(PACL* list, PSECURITY_DESCRIPTOR*)> fakeGetSecurityInfo;

@@ -36,7 +36,7 @@ class VolumeWithListsTest : public testing::Test {
  protected:
   VolumeWithListsTest() { keepAs(user_, os::buildPrivateList(user_, system_)); }
   void SetUp() override {
-    os::resetStateRootNoticesForTests();
+    os::resetStateRootForTests();
     fakeGetVolumeInformationW = [](LPDWORD flags) {
       *flags = FILE_PERSISTENT_ACLS;
       return TRUE;
