@@ -38,7 +38,7 @@ void addRow(std::string_view line, std::vector<Row>& rows) {
 
 const std::vector<Row>& rows() {
   static const std::vector<Row> all = [] {
-    const auto text = launcher_stub::tests::readFile(MESSAGE_CATALOGUE);
+    const auto text = launcher_stub::tests::readFile(launcher_stub::tests::besideThisProgram(L"messages.md"));
     if (!text) throw std::runtime_error("the message catalogue cannot be read");
     std::vector<Row> found;
     for (std::size_t at = 0; at < text->size();) {

@@ -9,6 +9,7 @@
 #include "os/command_line.h"
 #include "tests/fuzz/command_line_input.h"
 #include "tests/fuzz/command_line_splitter.h"
+#include "tests/support/windows_temp_directory.h"
 
 namespace launcher_stub::os {
 namespace {
@@ -29,7 +30,7 @@ void checkRoundTrip(const Arguments& arguments) {
   ASSERT_EQ(splitCommandLine(line), arguments);
 }
 
-// Read by Win32 calls: this test runs with paths of the machine that built it.
+// Read by Win32 calls: the folder of the program may have any name.
 std::string contentsOf(const std::wstring& path) {
   const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
   if (file == INVALID_HANDLE_VALUE) return {};
@@ -42,7 +43,7 @@ std::string contentsOf(const std::wstring& path) {
 }
 
 std::vector<std::string> corpus() {
-  const std::wstring directory = COMMAND_LINE_CORPUS;
+  const std::wstring directory = tests::besideThisProgram(L"command_line_corpus");
   std::vector<std::string> inputs;
   WIN32_FIND_DATAW entry;
   const HANDLE search = FindFirstFileW((directory + L"/*").c_str(), &entry);

@@ -121,6 +121,12 @@ std::optional<std::string> readFile(const std::wstring& path) {
 
 bool exists(const std::wstring& path) { return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
 
+std::wstring besideThisProgram(std::wstring_view name) {
+  std::wstring path(32768, L'\0');
+  path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+  return path.substr(0, path.find_last_of(L'\\') + 1).append(name);
+}
+
 std::vector<std::wstring> namesIn(const std::wstring& directory) {
   std::vector<std::wstring> names;
   WIN32_FIND_DATAW found{};

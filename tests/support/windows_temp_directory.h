@@ -37,6 +37,8 @@ void setLastWriteTime(const std::wstring& path, unsigned long long hundredNanose
 // None where there is no such file or it cannot be read.
 std::optional<std::string> readFile(const std::wstring& path);
 bool exists(const std::wstring& path);
+// The path of what lies beside the running test program.
+std::wstring besideThisProgram(std::wstring_view name);
 // Sorted, without "." and "..".
 std::vector<std::wstring> namesIn(const std::wstring& directory);
 // Removes a directory and what is in it, as far as the system lets us. Links are removed, not followed.
