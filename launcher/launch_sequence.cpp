@@ -2,13 +2,13 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
-#include "json/parser.h"
+#include "launcher/bootstrap_file.h"
 #include "launcher/launch_iteration.h"
 #include "launcher/messages.h"
 #include "launcher/supervision.h"
 #include "os/command_line.h"
-#include "os/durable_file.h"
 #include "os/error_box.h"
 #include "os/log.h"
 #include "os/path.h"
@@ -17,8 +17,6 @@
 #include "slots/file_names.h"
 #include "slots/install_layout.h"
 #include "slots/launch_context.h"
-#include "state/bootstrap_record.h"
-#include "state/messages.h"
 
 namespace launcher_stub {
 namespace {
@@ -29,37 +27,6 @@ constexpr int exitHeldElsewhere = 0;
 int failWithBox(std::string_view message) {
   os::showError(std::string(message));
   return exitFailure;
-}
-
-struct Bootstrap {
-  bool understood = false;  // false: written for a newer major version; only the state root is taken from it
-  std::string stateRoot;    // empty for none
-};
-
-// The one member that is read of a bootstrap whose major version is not known.
-std::string stateRootOfNewerBootstrap(std::string_view document) {
-  JsonValue value;
-  std::string error;
-  if (!parseJsonDocument(document.data(), document.size(), value, error)) return {};
-  const JsonValue* root = asObject(&value);
-  if (root == nullptr) return {};
-  const JsonValue* stateRoot = asString(findMember(*root->object(), "stateRoot"));
-  return stateRoot != nullptr ? std::string(*stateRoot->string()) : std::string();
-}
-
-// None: the failure has been shown.
-std::optional<Bootstrap> loadBootstrap(const InstallLayout& layout) {
-  std::string document;
-  if (layout.installDir.empty() || !os::readStateFile(layout.bootstrapPath, document)) {
-    os::showError(std::string(messages::missingBootstrap));
-    return std::nullopt;
-  }
-  BootstrapRecord record;
-  std::string error;
-  if (readBootstrap(document, record, error)) return Bootstrap{true, record.stateRoot.value_or("")};
-  if (error == messages::unsupportedMajor) return Bootstrap{false, stateRootOfNewerBootstrap(document)};
-  os::showError(std::string(messages::invalidBootstrapDocument) + error);
-  return std::nullopt;
 }
 
 bool createStateRoot(const std::wstring& stateRoot) {
@@ -92,8 +59,9 @@ int iterate(LaunchContext& context, bool bootstrapUnderstood) {
 
 int run(void* /*instance*/, void* /*previousInstance*/) {
   const InstallLayout layout = buildInstallLayout(os::parentPath(os::launcherExecutablePath()));
-  const std::optional<Bootstrap> bootstrap = loadBootstrap(layout);
-  if (!bootstrap) return exitFailure;
+  std::string error;
+  const std::optional<Bootstrap> bootstrap = loadBootstrap(layout, error);
+  if (!bootstrap) return failWithBox(error);
 
   LaunchContext context;
   context.stateRoot = os::resolveStateRoot(layout.installDir, bootstrap->stateRoot);

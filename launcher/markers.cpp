@@ -8,26 +8,27 @@
 
 namespace launcher_stub {
 
-bool markerSeen(const LaunchContext& context, std::wstring_view marker) {
+bool markerSeen(const std::wstring& attemptDirectory, const LauncherModel& model, std::wstring_view marker) {
   std::string document;
-  if (!os::readStateFile(os::joinPath(context.attemptDirectory, marker), document)) return false;
+  if (!os::readStateFile(os::joinPath(attemptDirectory, marker), document)) return false;
 
   AttemptRecord reference;
   std::string error;
   if (!readAttemptRecord(document, reference, error)) return false;
-  return reference.slot == context.model.selected && reference.nonce == context.model.nextNonce;
+  return reference.slot == model.selected && reference.nonce == model.nextNonce;
 }
 
-FoundRestart readRestartFile(const LaunchContext& context) {
-  const std::wstring path = os::joinPath(context.attemptDirectory, files::restartRequest);
+FoundRestart readRestartFile(const std::wstring& attemptDirectory) {
+  const std::wstring path = os::joinPath(attemptDirectory, files::restartRequest);
   FoundRestart found;
   found.present = !os::pathIsMissing(path);
   if (!found.present) return found;
 
   std::string document;
-  RestartRequest request;
   std::string error;
-  if (os::readStateFile(path, document) && readRestartRequest(document, request, error)) found.request = request;
+  if (!os::readStateFile(path, document) || !readRestartRequest(document, found.request.emplace(), error)) {
+    found.request.reset();
+  }
   return found;
 }
 

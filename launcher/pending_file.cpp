@@ -12,11 +12,9 @@ FoundPending readPendingFile(const std::wstring& stateRoot) {
   std::string document;
   if (!os::readStateFile(os::joinPath(stateRoot, files::pendingRequest), document)) return found;
 
-  PendingRequest request;
   std::string error;
-  if (readPendingRequest(document, request, error)) {
-    found.request = request;
-  } else {
+  if (!readPendingRequest(document, found.request.emplace(), error)) {
+    found.request.reset();
     found.unsupportedMajor = error == messages::unsupportedMajor;
   }
   return found;

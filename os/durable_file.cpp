@@ -49,26 +49,6 @@ bool renameOver(const std::wstring& source, const std::wstring& target) {
 
 }  // namespace
 
-bool readStateFile(const std::wstring& path, std::string& contents) {
-  const OwnedHandle file =
-      adoptHandle(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                              nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (file == nullptr) return false;
-
-  std::string buffer(largestDurableFile + 1, '\0');  // one byte more than may be there tells a file that is too large
-  std::size_t size = 0;
-  DWORD count = 1;
-  while (size < buffer.size() && count > 0) {
-    if (!ReadFile(file.get(), buffer.data() + size, static_cast<DWORD>(buffer.size() - size), &count, nullptr)) {
-      return false;
-    }
-    size += count;
-  }
-  if (size > largestDurableFile) return false;
-  contents.assign(buffer, 0, size);
-  return true;
-}
-
 bool replaceFileDurably(const std::wstring& target, std::string_view contents) {
   if (contents.size() > largestDurableFile) return false;
   const std::wstring temporary = temporaryPath(target);

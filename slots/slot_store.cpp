@@ -6,10 +6,8 @@
 
 #include "os/durable_file.h"
 #include "os/file_status.h"
-#include "os/log.h"
 #include "os/path.h"
 #include "slots/file_names.h"
-#include "slots/messages.h"
 #include "state/delivery_record.h"
 #include "state/names.h"
 
@@ -60,13 +58,6 @@ std::vector<std::string> namedSlots(const BootState* bootState, const PendingReq
   return names;
 }
 
-void reportForeignDelivery(const std::string& slot) {
-  std::string line(messages::ignoringSlot);
-  line += slot;
-  line += messages::deliveryDiffers;
-  os::logLine(line);
-}
-
 }  // namespace
 
 std::wstring slotDirectory(const std::wstring& stateRoot, const std::string& slot) {
@@ -80,8 +71,8 @@ bool isSlotComplete(const std::wstring& stateRoot, const std::string& slot) {
          os::pathIsPresent(os::joinPath(directory, files::entry));
 }
 
-CheckedSlots checkSlots(const std::wstring& stateRoot, const std::wstring& seedEntryPath, const BootState* bootState,
-                        const PendingRequest* pending) {
+CheckedSlots judgeSlots(const std::wstring& stateRoot, const std::wstring& seedEntryPath, const BootState* bootState,
+                        const PendingRequest* pending, ForeignDeliveryReport report) {
   const SeedDelivery seed = readSeedDelivery(seedEntryPath);
   CheckedSlots result;
   SlotNames seen;
@@ -91,7 +82,7 @@ CheckedSlots checkSlots(const std::wstring& stateRoot, const std::wstring& seedE
       result.usable.insert(slot);
     } else {
       result.ignored.insert(slot);
-      reportForeignDelivery(slot);
+      if (report != nullptr) report(slot);
     }
   }
   return result;

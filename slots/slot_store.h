@@ -18,11 +18,21 @@ bool isSlotComplete(const std::wstring& stateRoot, const std::string& slot);
 
 struct CheckedSlots {
   SlotNames usable;
-  SlotNames ignored;  // complete, but of another delivery than the seed; each has been reported by one line
+  SlotNames ignored;  // complete, but of another delivery than the seed
 };
+
+// Is told of a slot that is ignored because of its delivery, as soon as it has been judged. May be null.
+using ForeignDeliveryReport = void (*)(const std::string& slot);
 
 // Checks each slot that the state and the request name, once. `seedEntryPath`: the seed's executable; the seed's
 // delivery lies beside it. `bootState` and `pending` may be null. Incomplete slots are in neither set, silently.
+CheckedSlots judgeSlots(const std::wstring& stateRoot, const std::wstring& seedEntryPath, const BootState* bootState,
+                        const PendingRequest* pending, ForeignDeliveryReport report);
+
+// One diagnostic line.
+void reportForeignDelivery(const std::string& slot);
+
+// The same; each slot that is ignored is reported by one line.
 CheckedSlots checkSlots(const std::wstring& stateRoot, const std::wstring& seedEntryPath, const BootState* bootState,
                         const PendingRequest* pending);
 

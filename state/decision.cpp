@@ -36,15 +36,18 @@ bool adoptStoredState(LauncherModel& model, const StartInput& input) {
   return false;
 }
 
-bool takesIn(const LauncherModel& model, const PendingRequest& request) {
+RequestVerdict judgeRequest(const LauncherModel& model, const PendingRequest& request) {
   const BootState& state = model.state;
-  return request.expectedGeneration == state.generation && state.lastRequestId != request.requestId &&
-         !contains(state.rejected, request.candidate) && model.runnableSlots.contains(request.candidate);
+  if (request.expectedGeneration != state.generation) return RequestVerdict::staleGeneration;
+  if (state.lastRequestId == request.requestId) return RequestVerdict::replayed;
+  if (contains(state.rejected, request.candidate)) return RequestVerdict::rejectedSlot;
+  return model.runnableSlots.contains(request.candidate) ? RequestVerdict::takenIn : RequestVerdict::slotNotRunnable;
 }
 
 // Takes the request in where it fits, and queues its removal either way. False: generation overflow.
-bool considerRequest(LauncherModel& model, const PendingRequest& request) {
-  if (takesIn(model, request)) {
+bool considerRequest(LauncherModel& model, const PendingRequest& request, RequestVerdict& verdict) {
+  verdict = judgeRequest(model, request);
+  if (verdict == RequestVerdict::takenIn) {
     model.state.candidate = request.candidate;
     model.state.attemptCount = 0;
     model.state.lastRequestId = request.requestId;
@@ -96,7 +99,9 @@ void watchCandidate(LauncherModel& model, const TickInput& input) {
   if (model.promotionMarkSeen && timePassed(input.now, model.markTime, model.secondDuration)) promote(model);
 }
 
-bool isValidRestart(const LauncherModel& model, const ExitInput& input) {
+}  // namespace
+
+bool asksForRelaunch(const LauncherModel& model, const ExitInput& input) {
   if (!input.restartPresent || !input.restart) return false;
   const RestartRequest& request = *input.restart;
   if (request.slot != *model.selected || request.nonce != model.nextNonce) return false;
@@ -104,9 +109,7 @@ bool isValidRestart(const LauncherModel& model, const ExitInput& input) {
          request.requestId == input.extraRequestId;
 }
 
-}  // namespace
-
-LauncherModel decideStart(const StartInput& input) {
+LauncherModel decideStart(const StartInput& input, StartFindings& findings) {
   LauncherModel model;
   setDurations(model, input.durations);
   model.runnableSlots = input.runnableSlots;
@@ -119,11 +122,13 @@ LauncherModel decideStart(const StartInput& input) {
     queueGenerationOverflow(model);
     return model;
   }
-  if (candidateIsUsedUp(model, input)) {
+  findings.candidateUsedUp = candidateIsUsedUp(model, input);
+  if (findings.candidateUsedUp) {
     (void)rejectCandidate(model, std::string(*model.state.candidate));  // before the last generation: cannot fail
   }
-  if (stateWasStored && model.candidateTrialAllowed && input.pending && !considerRequest(model, *input.pending)) {
-    return model;
+  if (stateWasStored && model.candidateTrialAllowed) {
+    findings.requestGeneration = model.state.generation;
+    if (input.pending && !considerRequest(model, *input.pending, findings.request)) return model;
   }
   selectRuntime(model, input.now);
   return model;
@@ -151,7 +156,7 @@ LauncherModel decideExit(LauncherModel model, const ExitInput& input) {
   setDurations(model, input.durations);
   if (!model.selected) return model;
 
-  const bool relaunch = isValidRestart(model, input);  // before the failure rule stores a new nonce
+  const bool relaunch = asksForRelaunch(model, input);  // before the failure rule stores a new nonce
   const bool restartCounts = input.restartPresent && !model.timeoutQueued;
   const bool isCandidate = model.selectedKind == kindCandidate;
   if (!restartCounts && (isCandidate || !model.settledMarkSeen)) {

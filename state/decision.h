@@ -59,15 +59,40 @@ struct ExitInput {
   std::uint64_t now = 0;
 };
 
+// What becomes of a pending request at a start: the first that holds.
+enum class RequestVerdict {
+  notLookedAt,      // there is none to look at, or no stored state to hold it against, or it is not the time for it
+  staleGeneration,  // it names another generation than the one in force
+  replayed,         // it is the one that was taken in last
+  rejectedSlot,
+  slotNotRunnable,
+  takenIn,
+};
+
+// What the first step has found on its way, for those who have to explain it.
+struct StartFindings {
+  bool candidateUsedUp = false;  // an earlier run has used up the candidate's starts: it is rejected now
+  RequestVerdict request = RequestVerdict::notLookedAt;
+  std::optional<std::uint64_t> requestGeneration;  // what a request has to name; none where none is looked at
+};
+
 // The first step of a launch iteration: which state to go on from, whether the pending request is taken in, what to
 // start. Begins with a fresh model.
-LauncherModel decideStart(const StartInput& input);
+LauncherModel decideStart(const StartInput& input, StartFindings& findings);
+inline LauncherModel decideStart(const StartInput& input) {
+  StartFindings findings;
+  return decideStart(input, findings);
+}
 
 // A look at the running attempt: stops a candidate that is not healthy in time, promotes one that has soaked.
 LauncherModel decideTick(LauncherModel model, const TickInput& input);
 
 // The result of a start; after a failed one the next runnable slot.
 LauncherModel decideSpawn(LauncherModel model, const SpawnInput& input);
+
+// True when the restart request of the attempt that runs in `model` counts: it was read, is of this very attempt, and
+// names no request or one that is known here. Needs a selected slot.
+bool asksForRelaunch(const LauncherModel& model, const ExitInput& input);
 
 // The end of the running attempt: the next slot after a failure, a relaunch, or the end of the run.
 LauncherModel decideExit(LauncherModel model, const ExitInput& input);

@@ -42,16 +42,6 @@ bool isRejected(const BootState& state, const std::string& slot) {
   return std::find(state.rejected.begin(), state.rejected.end(), slot) != state.rejected.end();
 }
 
-bool canStart(const LauncherModel& model, const std::optional<std::string>& slot) {
-  return slot && model.runnableSlots.contains(*slot) && !model.failedThisRun.contains(*slot);
-}
-
-bool canTryCandidate(const LauncherModel& model) {
-  const BootState& state = model.state;
-  return model.candidateTrialAllowed && canStart(model, state.candidate) && state.attemptCount < maxCandidateStarts &&
-         !isRejected(state, *state.candidate);
-}
-
 void choose(LauncherModel& model, const std::string& slot, RuntimeKind kind, std::uint64_t now) {
   model.selected = slot;
   model.selectedKind = kind;
@@ -67,6 +57,18 @@ void choose(LauncherModel& model, const std::string& slot, RuntimeKind kind, std
 }
 
 }  // namespace
+
+bool canStart(const LauncherModel& model, const std::optional<std::string>& slot) {
+  return slot && model.runnableSlots.contains(*slot) && !model.failedThisRun.contains(*slot);
+}
+
+CandidateVerdict judgeCandidate(const LauncherModel& model) {
+  const BootState& state = model.state;
+  if (!model.candidateTrialAllowed) return CandidateVerdict::trialsOff;
+  if (!canStart(model, state.candidate)) return CandidateVerdict::cannotStart;
+  if (state.attemptCount >= maxCandidateStarts) return CandidateVerdict::startsUsedUp;
+  return isRejected(state, *state.candidate) ? CandidateVerdict::rejected : CandidateVerdict::canTry;
+}
 
 void queueWrite(LauncherModel& model) {
   TransitionEffect write;
@@ -104,7 +106,7 @@ bool rejectCandidate(LauncherModel& model, const std::string& slot) {
 void selectRuntime(LauncherModel& model, std::uint64_t now) {
   // Copies: choosing assigns to the model that these names live in.
   const BootState state = model.state;
-  if (canTryCandidate(model)) {
+  if (judgeCandidate(model) == CandidateVerdict::canTry) {
     choose(model, *state.candidate, kindCandidate, now);
   } else if (canStart(model, state.active)) {
     choose(model, *state.active, kindActive, now);

@@ -2,11 +2,25 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "state/launcher_model.h"
 
 namespace launcher_stub {
+
+// Whether a candidate can be tried, and if not the first thing that stands in the way.
+enum class CandidateVerdict {
+  canTry,
+  trialsOff,     // no candidate is tried in this run
+  cannotStart,   // there is none, or it is not runnable, or it has failed in this run
+  startsUsedUp,  // it has been started as often as a candidate may
+  rejected,      // it stands on the list of rejected slots
+};
+CandidateVerdict judgeCandidate(const LauncherModel& model);
+
+// Whether `slot` names a slot that can be started and has not failed in this run.
+bool canStart(const LauncherModel& model, const std::optional<std::string>& slot);
 
 // Queues a write of the state without raising the generation.
 void queueWrite(LauncherModel& model);

@@ -1,0 +1,19 @@
+#include "os/log.h"
+#include "slots/messages.h"
+#include "slots/slot_store.h"
+
+namespace launcher_stub {
+
+void reportForeignDelivery(const std::string& slot) {
+  std::string line(messages::ignoringSlot);
+  line += slot;
+  line += messages::deliveryDiffers;
+  os::logLine(line);
+}
+
+CheckedSlots checkSlots(const std::wstring& stateRoot, const std::wstring& seedEntryPath, const BootState* bootState,
+                        const PendingRequest* pending) {
+  return judgeSlots(stateRoot, seedEntryPath, bootState, pending, reportForeignDelivery);
+}
+
+}  // namespace launcher_stub
