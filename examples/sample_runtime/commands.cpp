@@ -9,6 +9,7 @@
 #include "journal.h"
 #include "script.h"
 #include "text.h"
+#include "window.h"
 
 namespace sample_runtime {
 namespace {
@@ -221,6 +222,17 @@ void holdFile(Runtime& runtime, std::string_view rest) {
   if (thread != nullptr) CloseHandle(thread);
 }
 
+// The lease as it came: children inherit it.
+void shareLease(Runtime& runtime, std::string_view) {
+  noteOutcome("share-lease", SetHandleInformation(runtime.launch.lease, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT) != 0);
+}
+
+// Until its window is closed, or the time is over. With "ignore-close" the window stays.
+void showWindow(Runtime&, std::string_view rest) {
+  const std::uint32_t limit = takeNumber(rest);
+  noteOutcome("window", showWindowUntilClosed(limit, rest == "ignore-close"));
+}
+
 void leave(Runtime&, std::string_view rest) { ExitProcess(takeNumber(rest)); }
 
 void crash(Runtime&, std::string_view) {
@@ -233,10 +245,15 @@ void crash(Runtime&, std::string_view) {
 using Command = void (*)(Runtime&, std::string_view rest);
 
 const std::map<std::string_view, Command> commands = {
-    {"report", report},    {"log", setLog},        {"note", comment}, {"sleep", sleepFor},
-    {"wait", waitForFile}, {"create", createFile}, {"ready", ready},  {"healthy", healthy},
-    {"restart", restart},  {"pending", pending},   {"stage", stage},  {"grandchild", grandchild},
-    {"hold", holdFile},    {"exit", leave},        {"crash", crash},
+    {"report", report},     {"log", setLog},
+    {"note", comment},      {"sleep", sleepFor},
+    {"wait", waitForFile},  {"create", createFile},
+    {"ready", ready},       {"healthy", healthy},
+    {"restart", restart},   {"pending", pending},
+    {"stage", stage},       {"grandchild", grandchild},
+    {"hold", holdFile},     {"exit", leave},
+    {"crash", crash},       {"share-lease", shareLease},
+    {"window", showWindow}, {"impatient", [](Runtime&, std::string_view) {}},
 };
 
 }  // namespace

@@ -22,6 +22,7 @@ struct Runtime {
 // Exit codes of a script that cannot be carried out.
 constexpr int badScript = 64;
 constexpr int waitedInVain = 65;
+constexpr int lostPatience = 66;
 
 // Carries out one line of the script; "exit" and "crash" do not return. A command that fails notes it in the log and
 // the script goes on, except for a line that makes no sense and for a wait in vain: these end the process.

@@ -25,12 +25,21 @@ std::vector<std::wstring> readArguments() {
   return arguments;
 }
 
+// As a runtime does that knows nothing of virus scanners: one try.
+void readRecordOnce() {
+  wchar_t directory[4096] = {};
+  if (GetEnvironmentVariableW(L"QUORVEX_BOOT_ATTEMPT_DIR", directory, 4096) == 0) return;
+  if (readText(std::wstring(directory) + L"\\boot-v1.json").empty()) ExitProcess(lostPatience);
+}
+
 int run() {
   Runtime runtime;
   runtime.handles = probeHandles(highestHandle);  // before anything here opens one
   runtime.arguments = readArguments();
   if (isGrandchild(runtime.arguments)) return runGrandchild(runtime.arguments);
 
+  const std::string script = readText(executableDirectory() + L"\\script.txt");
+  if (isImpatient(script)) readRecordOnce();
   runtime.launched = launcher_client::readLaunch(runtime.launch);
   const std::wstring directory = runtime.launched ? runtime.launch.attemptDirectory : executableDirectory();
   setJournal(directory + L"\\runtime.log");
@@ -41,7 +50,6 @@ int run() {
   note("pid", std::to_string(GetCurrentProcessId()));
   note("slot", runtime.launched ? runtime.launch.slot : "none");
   note("nonce", runtime.launched ? runtime.launch.nonce : "none");
-  const std::string script = readText(executableDirectory() + L"\\script.txt");
   for (const std::string& line : linesForStart(script, runtime.start)) carryOut(runtime, line);
   return 0;
 }

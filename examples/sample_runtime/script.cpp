@@ -43,6 +43,11 @@ std::vector<std::string> linesForStart(std::string_view script, int start) {
   return result;
 }
 
+bool isImpatient(std::string_view script) {
+  const std::vector<std::string> lines = splitLines(script);
+  return !lines.empty() && lines.front() == "impatient";
+}
+
 std::wstring executableDirectory() {
   std::wstring path(32768, L'\0');
   path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));

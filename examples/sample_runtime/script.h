@@ -12,6 +12,9 @@ namespace sample_runtime {
 // there is none for this number.
 std::vector<std::string> linesForStart(std::string_view script, int start);
 
+// Whether the first line that counts is "impatient": a runtime that gives up when its record cannot be read at once.
+bool isImpatient(std::string_view script);
+
 // The directory of this process's executable, without a separator at its end.
 std::wstring executableDirectory();
 
