@@ -26,7 +26,8 @@ bool adoptStoredState(LauncherModel& model, const StartInput& input) {
   }
   if (input.backup) {
     model.state = *input.backup;
-    // Above whatever the unreadable file held: a request that names the old generation must not match the new one.
+    // One above the copy, which as a rule is the number that was lost with the unreadable file. The floor is known only
+    // of a file that is still JSON and has its generation as a string, which this launcher never writes.
     if (input.generationFloor) model.state.generation = std::max(model.state.generation, *input.generationFloor);
     model.state.recovered = true;
     (void)queueBumpingWrite(model);  // a failure means the last generation, which the caller tests next

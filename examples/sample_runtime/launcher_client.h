@@ -73,8 +73,9 @@ bool writeHealthy(const Launch& launch, Failure* failure = nullptr);
 bool askForRestart(const Launch& launch, std::string_view requestId = {}, Failure* failure = nullptr);
 
 // The generation of the state on disk. It changes with every promotion, rejection and request taken in. Read from
-// "boot-v1.json" and never from its backup: a launcher that has to fall back on that one gives it a new generation and
-// writes "boot-v1.json" again. ERROR_INVALID_DATA: the document is damaged or of another version.
+// "boot-v1.json" and never from its backup: a launcher that has to fall back on that one counts one up from it, as a
+// rule to the number that was lost, and writes "boot-v1.json" again. ERROR_INVALID_DATA: the document is damaged or of
+// another version.
 bool readCurrentGeneration(const Launch& launch, std::uint64_t& generation, Failure* failure = nullptr);
 
 // Leaves the request to try `candidate` at the next launch; an older request is replaced. It counts only as long as
