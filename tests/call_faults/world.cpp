@@ -63,7 +63,7 @@ void put(const std::wstring& path, const std::string& contents) {
   if (!contents.empty()) writeFile(path, contents);
 }
 
-std::string quoted(const std::wstring& path) {
+std::string inQuotes(const std::wstring& path) {
   std::string text = "\"";
   for (const char c : toUtf8(path)) text += c == '\\' ? std::string("\\\\") : std::string(1, c);
   return text + "\"";
@@ -97,7 +97,7 @@ World::World(const LaunchKind& kind)
   }
   SetEnvironmentVariableW(L"LOCALAPPDATA", (base_ / L"l").c_str());
   for (const auto& [slot, plan] : kind.runtimes) installRuntime(slot, plan);
-  const std::string setting = kind.root == Root::local ? std::string() : ",\"stateRoot\":" + quoted(root_);
+  const std::string setting = kind.root == Root::local ? std::string() : ",\"stateRoot\":" + inQuotes(root_);
   const std::string right = "{\"installId\":\"faults\",\"schemaVersion\":1,\"seedSlot\":\"seed\"" + setting + "}";
   if (kind.bootstrap != "none") {
     writeFile(install_ + L"\\bootstrap-v1.json", kind.bootstrap == "newer"
