@@ -22,7 +22,11 @@ extern "C" int wmain(int count, wchar_t** arguments) {
   conformance::Options options;
   std::string problem;
   if (!conformance::readOptions({arguments + 1, arguments + count}, options, problem)) {
-    return stopped("conformance: " + problem + "\n" + conformance::usage());
+    return stopped("conformance: " + problem + "\n--help tells the options\n");
+  }
+  if (options.help) {
+    conformance::printOut(conformance::usage());
+    return 0;
   }
   conformance::Findings findings;
   if (!conformance::judge(options, findings, problem)) return stopped("conformance: " + problem + "\n");

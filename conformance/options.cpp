@@ -85,6 +85,10 @@ bool resolve(Options& options, std::string& problem) {
 bool readOptions(const std::vector<std::wstring>& arguments, Options& options, std::string& problem) {
   for (std::size_t index = 0; index < arguments.size(); ++index) {
     const std::string name = toUtf8(arguments[index]);
+    if (name == "--help") {
+      options.help = true;
+      return true;
+    }
     if (name == "--keep") {
       options.keep = true;
     } else if (index + 1 == arguments.size()) {
@@ -112,6 +116,7 @@ std::string usage() {
       "  --json FILE             write the report as JSON as well\n"
       "  --work DIRECTORY        where the temporary installations are made (the user's temporary directory)\n"
       "  --keep                  leave them there\n"
+      "  --help                  print this\n"
       "duties:\n";
   for (const DutyText& duty : allDuties) {
     text.append("  ").append(duty.name).append(24 - duty.name.size(), ' ').append(duty.means).append("\n");

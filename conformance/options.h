@@ -22,6 +22,7 @@ struct Options {
   std::uint32_t closeWithin = 15'000;     // from the moment at which the runtime was asked to end
   std::set<Duty> duties;                  // those to be judged
   bool keep = false;                      // leave the temporary installations
+  bool help = false;                      // tell the options and do nothing else; what else is here then says nothing
 };
 
 // `arguments`: without the program's own name. False: `problem` says what is wrong.
