@@ -10,6 +10,10 @@ import sys
 import xml.etree.ElementTree as ElementTree
 
 
+# Kinds of CTest entries that are tests by themselves; the other entries are programs that leave a report of their own.
+SINGLE = ("end_to_end", "conformance", "documents", "launcher_file", "explain_file")
+
+
 def outcome(case):
     if case.find("failure") is not None or case.find("error") is not None or case.get("status") == "fail":
         return "failed"
@@ -32,8 +36,9 @@ def read_reports(directory, counts):
                 if case.get("status") != "notrun" or case.get("name") not in last:
                     last[case.get("name")] = outcome(case)
     for name, result in last.items():
-        if name.startswith("end_to_end."):
-            counts["end_to_end", "Windows"][result] += 1
+        layer = name.split(".")[0]
+        if layer in SINGLE:
+            counts[layer, "Windows"][result] += 1
 
 
 def failed_in(report):
@@ -49,10 +54,10 @@ def main():
     for name in sys.argv[1:]:
         read_reports(pathlib.Path(name), counts)
     totals = collections.Counter()
-    print(f"\n{'layer':<12} {'platform':<10} {'passed':>7} {'failed':>7} {'skipped':>8}")
+    print(f"\n{'layer':<13} {'platform':<10} {'passed':>7} {'failed':>7} {'skipped':>8}")
     for (layer, platform), count in sorted(counts.items()):
         totals.update(count)
-        print(f"{layer:<12} {platform:<10} {count['passed']:>7} {count['failed']:>7} {count['skipped']:>8}")
+        print(f"{layer:<13} {platform:<10} {count['passed']:>7} {count['failed']:>7} {count['skipped']:>8}")
     summary = f"{totals['passed']} passed, {totals['failed']} failed"
     if totals["skipped"]:
         summary += f", {totals['skipped']} skipped"
