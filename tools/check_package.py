@@ -32,7 +32,7 @@ PARTS = (*WINDOWS_PROGRAMS, LINUX_PROGRAM,
          "docs/integrators-guide.md", "docs/messages.md", "docs/threat-model.md", "docs/package.md",
          "docs/never-seen-on-windows.md")
 # Where the machine that builds keeps things.
-PLACES = ("/work/", "/tmp/", "/root/", "/home/", str(ROOT) + "/")
+PLACES = ("/tmp/", "/root/", "/home/", str(ROOT) + "/")
 NOTICES = ("GCC RUNTIME LIBRARY EXCEPTION", "GNU GENERAL PUBLIC LICENSE", "the mingw-w64 project")
 
 

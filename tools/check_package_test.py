@@ -134,7 +134,7 @@ class PackageTest(unittest.TestCase):
         self.assertEqual(list(check_package.link_problems(PACKAGE)), problems)
 
     def test_a_place_of_the_building_machine_is_noticed(self):
-        for name, more in (("launcher.exe", b"/work/x"), ("README.md", b"/tmp/x"),
+        for name, more in (("launcher.exe", b"/home/x"), ("README.md", b"/tmp/x"),
                            ("conformance.exe", "/root/x".encode("utf-16-le"))):
             with self.subTest(name):
                 self.notices(append(name, more), name, check_package.place_problems)
