@@ -34,7 +34,7 @@ void readRequest(const std::wstring& stateRoot, bool bootstrapUnderstood, StartI
 void findRunnableSlots(const std::wstring& stateRoot, const std::wstring& seedEntryPath, ForeignDeliveryReport report,
                        StartInput& input) {
   const PendingRequest* pending = input.pending ? &*input.pending : nullptr;
-  CheckedSlots checked = judgeSlots(stateRoot, seedEntryPath, storedState(input), pending, report);
+  CheckedSlots checked = checkSlots(stateRoot, seedEntryPath, storedState(input), pending, report);
   input.runnableSlots = std::move(checked.usable);
   input.exempt = std::move(checked.ignored);
   // Nothing comes after the seed, so one that cannot be looked at is still tried.

@@ -11,9 +11,4 @@ void reportForeignDelivery(const std::string& slot) {
   os::logLine(line);
 }
 
-CheckedSlots checkSlots(const std::wstring& stateRoot, const std::wstring& seedEntryPath, const BootState* bootState,
-                        const PendingRequest* pending) {
-  return judgeSlots(stateRoot, seedEntryPath, bootState, pending, reportForeignDelivery);
-}
-
 }  // namespace launcher_stub

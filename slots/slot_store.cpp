@@ -71,7 +71,7 @@ bool isSlotComplete(const std::wstring& stateRoot, const std::string& slot) {
          os::pathIsPresent(os::joinPath(directory, files::entry));
 }
 
-CheckedSlots judgeSlots(const std::wstring& stateRoot, const std::wstring& seedEntryPath, const BootState* bootState,
+CheckedSlots checkSlots(const std::wstring& stateRoot, const std::wstring& seedEntryPath, const BootState* bootState,
                         const PendingRequest* pending, ForeignDeliveryReport report) {
   const SeedDelivery seed = readSeedDelivery(seedEntryPath);
   CheckedSlots result;

@@ -26,14 +26,10 @@ using ForeignDeliveryReport = void (*)(const std::string& slot);
 
 // Checks each slot that the state and the request name, once. `seedEntryPath`: the seed's executable; the seed's
 // delivery lies beside it. `bootState` and `pending` may be null. Incomplete slots are in neither set, silently.
-CheckedSlots judgeSlots(const std::wstring& stateRoot, const std::wstring& seedEntryPath, const BootState* bootState,
+CheckedSlots checkSlots(const std::wstring& stateRoot, const std::wstring& seedEntryPath, const BootState* bootState,
                         const PendingRequest* pending, ForeignDeliveryReport report);
 
-// One diagnostic line.
+// One diagnostic line: what a launcher gives as the report.
 void reportForeignDelivery(const std::string& slot);
-
-// The same; each slot that is ignored is reported by one line.
-CheckedSlots checkSlots(const std::wstring& stateRoot, const std::wstring& seedEntryPath, const BootState* bootState,
-                        const PendingRequest* pending);
 
 }  // namespace launcher_stub

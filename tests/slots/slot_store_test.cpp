@@ -23,7 +23,8 @@ void installSlot(SimOs& sim, const std::string& slot, std::optional<char> delive
 }
 
 CheckedSlots check(SimOs& sim, const BootState* state, const PendingRequest* pending = nullptr) {
-  return checkSlots(sim.stateRoot(), buildInstallLayout(sim.installDirectory()).seedEntryPath, state, pending);
+  return checkSlots(sim.stateRoot(), buildInstallLayout(sim.installDirectory()).seedEntryPath, state, pending,
+                    reportForeignDelivery);
 }
 
 BootState stateWith(const std::string& active) { return {.active = active}; }
@@ -290,7 +291,7 @@ TEST(checkSlots, findsTheSeedsDeliveryBesideItsExecutable) {
     installSlot(sim, "bbbb", '2');
     const BootState state = {.active = "aaaa", .previous = "bbbb"};
 
-    const CheckedSlots checked = checkSlots(sim.stateRoot(), c.seedEntryPath, &state, nullptr);
+    const CheckedSlots checked = checkSlots(sim.stateRoot(), c.seedEntryPath, &state, nullptr, nullptr);
 
     EXPECT_EQ(checked.usable, SlotNames{"aaaa"});
     EXPECT_EQ(checked.ignored, SlotNames{"bbbb"});
